@@ -1,0 +1,51 @@
+# SPDX-License-Identifier: Apache-2.0
+# How every target of the project is compiled, and how its shared libraries are laid out.
+
+set(VESTREL_WARNINGS
+    -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+    -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wcast-qual -Wformat=2 -Wundef
+    -Wnull-dereference -Wdouble-promotion -Wimplicit-fallthrough -Wextra-semi)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    list(APPEND VESTREL_WARNINGS
+        -Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wuseless-cast -Wsuggest-override)
+endif()
+
+# What all targets share: warnings, hardening, sanitizers, the project root as include directory.
+function(vestrel_compile target)
+    target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:${VESTREL_WARNINGS}>)
+    target_compile_options(${target} PRIVATE -fstack-protector-strong)
+    target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now -Wl,--no-undefined)
+    if(VESTREL_SANITIZE)
+        target_compile_options(${target} PRIVATE
+            -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        target_link_options(${target} PRIVATE -fsanitize=address,undefined)
+    endif()
+    if(VESTREL_COVERAGE)
+        target_compile_options(${target} PRIVATE --coverage)
+        target_link_options(${target} PRIVATE --coverage)
+    endif()
+endfunction()
+
+# A shared library with a SONAME whose headers are installed under include/vestrel, in their folders.
+function(vestrel_library target)
+    vestrel_compile(${target})
+    set_target_properties(${target} PROPERTIES
+        VERSION ${PROJECT_VERSION} SOVERSION 1 EXPORT_NAME ${target})
+    target_include_directories(${target} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/vestrel>)
+    install(TARGETS ${target}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+        NAMELINK_COMPONENT development)
+endfunction()
+
+# Installs headers of the current folder under the same folder below include/vestrel.
+function(vestrel_headers)
+    cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR BASE_DIRECTORY ${PROJECT_SOURCE_DIR}
+        OUTPUT_VARIABLE folder)
+    foreach(header IN LISTS ARGN)
+        cmake_path(GET header PARENT_PATH below)
+        install(FILES ${header} DESTINATION
+            ${CMAKE_INSTALL_INCLUDEDIR}/vestrel/${folder}/${below} COMPONENT development)
+    endforeach()
+endfunction()

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+// The framework's immutable text value.
+#pragma once
+
+#include "platform/Export.h"
+
+#include <compare>
+#include <cstddef>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+namespace Orvo {
+
+// Any bytes, NUL included; cheap to copy, since copies share one block. The text never changes
+// after construction. Constructors that take text throw std::bad_alloc when memory is out; nothing
+// else throws.
+class VESTREL_EXPORT String {
+public:
+    String() noexcept = default;
+    explicit(false) String(std::string_view text);
+
+    explicit(false) String(const std::string& text) : String(std::string_view(text)) {}
+
+    // Up to the first NUL; null is the empty string.
+    explicit(false) String(const char* text)
+        : String(text == nullptr ? std::string_view() : std::string_view(text)) {}
+
+    String(const String& other) noexcept;
+
+    String(String&& other) noexcept : block_(other.block_) { other.block_ = nullptr; }
+
+    String& operator=(const String& other) noexcept;
+    String& operator=(String&& other) noexcept;
+    ~String();
+
+    bool empty() const noexcept { return block_ == nullptr; }
+
+    std::size_t size() const noexcept { return view().size(); }
+
+    // Valid as long as any copy of this string lives.
+    std::string_view view() const noexcept;
+
+    explicit(false) operator std::string_view() const noexcept { return view(); }
+
+    // NUL-terminated; same lifetime as view().
+    const char* c_str() const noexcept;
+
+    friend bool operator==(const String& a, const String& b) noexcept {
+        return a.block_ == b.block_ || a.view() == b.view();
+    }
+
+    friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept {
+        return a.view() <=> b.view();
+    }
+
+    friend std::ostream& operator<<(std::ostream& out, const String& text) {
+        return out << text.view();
+    }
+
+private:
+    struct Block;
+    Block* block_ = nullptr;
+};
+
+} // namespace Orvo
+
+template <>
+struct std::hash<Orvo::String> {
+    std::size_t operator()(const Orvo::String& text) const noexcept {
+        return std::hash<std::string_view>()(text.view());
+    }
+};

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+// The argument list of one log message.
+#pragma once
+
+#include "platform/Export.h"
+#include "platform/orvo/String.h"
+
+#include <array>
+#include <cstddef>
+
+namespace Zell {
+
+// Holds up to maxArguments texts; an argument that was not set is empty.
+class VESTREL_EXPORT LogString {
+public:
+    static constexpr std::size_t maxArguments = 8;
+
+    unsigned argumentCount = 0;
+    unsigned hash = 0; // of the arguments that take part in rate limiting
+
+    // An index beyond maxArguments is the fatal assertion "index < maxArguments".
+    void strIs(unsigned index, const Orvo::String& text);
+    const Orvo::String& str(unsigned index) const;
+
+private:
+    std::array<Orvo::String, maxArguments> texts_;
+};
+
+namespace Impl {
+
+// A hash of the first `count` arguments (all of them when there are fewer); of nothing for 0.
+VESTREL_EXPORT unsigned logArgsHash(const LogString& arguments, unsigned count);
+
+} // namespace Impl
+
+} // namespace Zell
