@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+// Creation of missing certificate directories.
+#include "agent/Directories.h"
+
+#include "keymodel/IntegrityConstants.h"
+#include "keyring/IntegrityKeyringSm.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace Vestrel {
+
+namespace {
+
+constexpr mode_t directoryMode = 0755;
+
+bool directoryIs(const Orvo::String& path) {
+    if (mkdir(path.c_str(), directoryMode) == 0) {
+        // Whatever the umask: the mode is what operators find in the manual.
+        return chmod(path.c_str(), directoryMode) == 0;
+    }
+    return errno == EEXIST;
+}
+
+void provide(const Orvo::String& path) {
+    if (!directoryIs(path)) {
+        std::fprintf(stderr, "vestrel-agent: cannot create certificate directory %s: %s\n",
+                     path.c_str(), std::strerror(errno));
+    }
+}
+
+} // namespace
+
+void certificateDirectoriesIs() {
+    const IntegrityConstants constants;
+    provide(constants.integrityKeyPathPrefix());
+    for (const char* const keyringName : IntegrityKeyringSm::keyringNames) {
+        provide(constants.keyringPathPrefix(keyringName));
+    }
+}
+
+} // namespace Vestrel
