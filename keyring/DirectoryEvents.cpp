@@ -55,7 +55,7 @@ private:
 };
 
 void DirectoryDrain::readAll(int descriptor) {
-    std::array<char, bufferSize> buffer; // filled by read()
+    std::array<char, bufferSize> buffer{};
     for (;;) {
         DUOLOG_IN(operation_, 5, "readFd: ", descriptor, ", size: ", bufferSize);
         const ssize_t got = read(descriptor, buffer.data(), buffer.size());

@@ -36,7 +36,7 @@ private:
 };
 
 void NotificationDrain::readAll(int descriptor) {
-    std::array<char, WatchNotification::size> buffer; // filled by read()
+    std::array<char, WatchNotification::size> buffer{};
     for (;;) {
         const ssize_t got = read(descriptor, buffer.data(), buffer.size());
         if (got == -1 && errno == EAGAIN) {

@@ -37,15 +37,8 @@ public:
 
     explicit(false) Ptr(const Ptr<Other>& other) noexcept : Ptr(other.get()) {}
 
-    Ptr& operator=(const Ptr& other) noexcept {
-        Ptr copy(other);
-        std::swap(node_, copy.node_);
-        return *this;
-    }
-
-    Ptr& operator=(Ptr&& other) noexcept {
-        Ptr taken(std::move(other));
-        std::swap(node_, taken.node_);
+    Ptr& operator=(Ptr other) noexcept {
+        std::swap(node_, other.node_);
         return *this;
     }
 

@@ -94,6 +94,7 @@ void Publisher::publish(FieldId field, const Value& oldValue, const Value& newVa
     const Ptr<Node> self(&node_);
     const Publishing depth(*this);
     // By index: a reactor may subscribe others, which come behind and are told as well.
+    // NOLINTNEXTLINE(modernize-loop-convert)
     for (std::size_t i = 0; i < subscriptions_.size(); ++i) {
         if (!subscriptions_[i].deliverable()) {
             continue;

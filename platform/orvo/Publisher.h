@@ -24,15 +24,13 @@ public:
 
     Subscriber(const Subscriber&) = delete;
     Subscriber& operator=(const Subscriber&) = delete;
+    virtual ~Subscriber();
 
     // An attribute of a node that this is subscribed to has changed.
     virtual void on_child(Publisher* publisher, Subscriber* subscriber, FieldId field,
                           const Value& oldValue, const Value& newValue) = 0;
 
     Node& owner() const noexcept { return owner_; }
-
-protected:
-    virtual ~Subscriber();
 
 private:
     friend class Publisher;

@@ -97,7 +97,8 @@ public:
         if (!descriptor) {
             throw NullArgumentError(Tag::pelbinName);
         }
-        const Orvo::Ptr<FileDescriptor> stored = descriptor;
+        // Copies, here and below: the caller's reference may be to the member itself.
+        Orvo::Ptr<FileDescriptor> stored(descriptor);
         const Orvo::String name = stored->name();
         const Orvo::Ptr<FileDescriptor> before = map_.value(name);
         map_.valueIs(stored);
@@ -109,8 +110,8 @@ public:
     // Removes and returns the member, unsubscribes from it, and runs the handler once. Null when
     // there is none.
     Orvo::Ptr<FileDescriptor> del(const Orvo::String& name) {
-        const Orvo::String kept = name;
-        const Orvo::Ptr<FileDescriptor> removed = map_.del(kept);
+        const Orvo::String kept(name); // NOLINT(performance-unnecessary-copy-initialization)
+        Orvo::Ptr<FileDescriptor> removed = map_.del(kept);
         if (removed) {
             reactor_.on_selfPublisher(owner_, removed, nullptr);
             reactor_.on_self0(owner_, false, kept, removed, nullptr);

@@ -48,6 +48,7 @@ std::vector<std::string> journalFields(const LogMessage& message) {
 void toJournal(const LogMessage& message) {
     std::vector<std::string> fields = journalFields(message);
     std::vector<iovec> vectors;
+    vectors.reserve(fields.size());
     for (std::string& field : fields) {
         vectors.push_back({field.data(), field.size()});
     }

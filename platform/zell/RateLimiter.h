@@ -15,9 +15,9 @@ namespace Zell {
 
 // What one kind of message is allowed.
 struct BucketRule {
-    const LogDescriptor* descriptor;
+    const LogDescriptor* descriptor = nullptr;
     LogLimit limit;
-    double backoff;
+    double backoff = 1.0;
 };
 
 class RateLimiter {
