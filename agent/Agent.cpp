@@ -8,12 +8,17 @@
 
 #include <systemd/sd-daemon.h>
 
+#include <sys/stat.h>
+
 #include <csignal>
 #include <ctime>
 
 namespace Vestrel {
 
 namespace {
+
+// Whoever may write to the kernel message socket may forge messages.
+constexpr mode_t ownerMayReadAndWrite = 0177;
 
 // The service manager orders the reload by the monotonic clock.
 void notifyReloading() {
@@ -35,11 +40,14 @@ Agent::Agent()
 }
 
 int Agent::run() {
+    umask(ownerMayReadAndWrite);
     keyringSmCreate();
+    syslogSm_ = integritySyslogSmFactory();
     loop_->watchdogIs(true);
     sd_notify(0, "READY=1");
     const int status = loop_->run();
     sd_notify(0, "STOPPING=1");
+    syslogSm_ = nullptr;
     keyringSm_ = nullptr;
     Zell::LogFacility::reportSuppressed(true);
     return status;

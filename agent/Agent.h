@@ -6,6 +6,7 @@
 #include "keyring/IntegrityKeyringSm.h"
 #include "platform/orvo/Ptr.h"
 #include "platform/zell/ActivityManager.h"
+#include "syslog/IntegritySyslogSm.h"
 
 namespace Vestrel {
 
@@ -27,6 +28,7 @@ private:
     Orvo::Ptr<Zell::ActivityManager> loop_;
     Orvo::Ptr<IntegrityKeyringColl> keyrings_;
     Orvo::Ptr<IntegrityKeyringSm> keyringSm_;
+    Orvo::Ptr<IntegritySyslogSm> syslogSm_;
 };
 
 } // namespace Vestrel

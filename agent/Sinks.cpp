@@ -6,11 +6,15 @@
 #include "platform/zell/LogSinks.h"
 #include "platform/zell/OneLine.h"
 #include "platform/zell/TraceHandle.h"
+#include "syslog/IntegritySyslogSm.h"
 
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace Vestrel {
 
@@ -23,18 +27,39 @@ void traceToStderr(const Zell::TraceLine& line) {
     [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
 }
 
+std::optional<std::pair<dev_t, ino_t>> identity(const char* path) {
+    struct stat status; // NOLINT: filled by stat()
+    if (stat(path, &status) == -1) {
+        return std::nullopt;
+    }
+    return std::pair(status.st_dev, status.st_ino);
+}
+
+// So it does where a sender knows no other way to the kernel message socket than a link.
+bool devLogIsTheKernelMessageSocket() {
+    const auto log = identity("/dev/log");
+    return log && log == identity(IntegritySyslogSm::socketPath);
+}
+
+// A message to oneself reaches nobody, and blocks for ever once the socket's queue is full.
+Zell::LogSink notToMyself(Zell::LogSink sink) {
+    return [sink = std::move(sink), other = Zell::stderrSink()](const Zell::LogMessage& message) {
+        devLogIsTheKernelMessageSocket() ? other(message) : sink(message);
+    };
+}
+
 Zell::LogSink logSink(LogTarget target) {
     switch (target) {
     case LogTarget::journal:
         return Zell::journalSink();
     case LogTarget::syslog:
-        return Zell::syslogSink();
+        return notToMyself(Zell::syslogSink());
     case LogTarget::standardError:
         return Zell::stderrSink();
     case LogTarget::automatic:
         break;
     }
-    return Zell::automaticSink();
+    return notToMyself(Zell::automaticSink());
 }
 
 } // namespace

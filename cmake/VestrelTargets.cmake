@@ -15,6 +15,7 @@ function(vestrel_compile target)
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:${VESTREL_WARNINGS}>)
     target_compile_options(${target} PRIVATE -fstack-protector-strong)
     target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now -Wl,--no-undefined)
+    target_compile_definitions(${target} PRIVATE $<$<BOOL:${VESTREL_CHECKS}>:VESTREL_CHECKS>)
     if(VESTREL_SANITIZE)
         target_compile_options(${target} PRIVATE
             -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)

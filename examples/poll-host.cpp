@@ -4,7 +4,6 @@
 #include <keyring/IntegrityKeyringSm.h>
 #include <platform/zell/ActivityManager.h>
 #include <platform/zell/LogSinks.h>
-
 #include <poll.h>
 #include <unistd.h>
 

@@ -111,7 +111,9 @@ void NotificationDrain::keyLinked(S32 serial) {
     stateMachine_.removeDuplicates(key, keyringName_);
     const Orvo::Ptr<IntegrityKeyColl> keyColl =
         stateMachine_.integrityKeyringColl()->keyring(keyringName_);
-    ZELL_ASSERT("IntegrityKeyringSm", keyColl);
+    if (!keyColl) {
+        Zell::assertionFailed("IntegrityKeyringSm", __LINE__, operation_.name, "keyColl");
+    }
     keyColl->keyIs(key);
 }
 

@@ -14,7 +14,7 @@ namespace Impl {
 template <class... Args>
 void argumentsAre(Zell::LogString& logString, unsigned from, unsigned to, const Args&... args) {
     unsigned index = 0;
-    const auto store = [&](const auto& argument) {
+    [[maybe_unused]] const auto store = [&](const auto& argument) {
         if (index >= from && index < to) {
             logString.strIs(index, Orvo::String(argument));
         }

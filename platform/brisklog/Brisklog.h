@@ -12,7 +12,7 @@
 
 namespace Brisklog {
 
-struct Event {
+struct VESTREL_EXPORT Event {
     std::uint64_t sequence; // counts from 1 over the life of the process
     std::chrono::system_clock::time_point time;
     int level;

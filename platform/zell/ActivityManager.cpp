@@ -14,6 +14,7 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace Zell {
 
@@ -87,7 +88,7 @@ bool ActivityManager::dispatchOne(std::uint64_t timeout) {
 
 void ActivityManager::dispatch() {
     const Orvo::Ptr<ActivityManager> self(this);
-    while (dispatchOne(withoutWaiting)) {
+    while (sd_event_get_state(event_) != SD_EVENT_FINISHED && dispatchOne(withoutWaiting)) {
     }
 }
 
@@ -171,6 +172,7 @@ int ActivityManager::onReadable(sd_event_source* /*source*/, int /*descriptor*/,
     const Orvo::Ptr<FileDescriptor> descriptor(static_cast<FileDescriptor*>(fileDescriptor));
     const Orvo::Ptr<ActivityManager> manager = descriptor->manager_;
     manager->guarded([&] { descriptor->readableReport(); });
+    manager->guarded([&] { descriptor->reportAgainIs(); }); // also when a reactor threw
     return 0;
 }
 
@@ -217,7 +219,10 @@ Orvo::Ptr<ActivityManager> ActivityFacility::activityManagerIfAny() noexcept {
 }
 
 void ActivityFacility::reactorsReevaluate() noexcept {
-    for (FileDescriptor* const descriptor : DescriptorRegistry::all()) {
+    // Held: the last watch that ends takes the loop along, with its handlers and what they hold.
+    const auto& all = DescriptorRegistry::all();
+    const std::vector<Orvo::Ptr<FileDescriptor>> descriptors(all.begin(), all.end());
+    for (const Orvo::Ptr<FileDescriptor>& descriptor : descriptors) {
         descriptor->reevaluate();
     }
 }

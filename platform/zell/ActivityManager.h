@@ -26,7 +26,8 @@ class TraceHandle;
 // does a host that runs it. Its own descriptors are closed when the last of them lets go.
 //
 // A host that has a loop of its own polls pollFd() for reading and calls dispatch() when it is
-// readable, and once before its first poll. Otherwise the host calls run().
+// readable. It also calls dispatch() before its first poll, after an exception that left
+// dispatch(), and after it set a timer from outside a handler. Otherwise the host calls run().
 //
 // Operations that need the kernel throw std::system_error when it refuses.
 class VESTREL_EXPORT ActivityManager final : public Orvo::Node,
@@ -39,7 +40,8 @@ public:
     ActivityManager();
     ~ActivityManager() override;
 
-    // Readable whenever dispatch() has something to do. Belongs to the manager.
+    // Readable whenever dispatch() has something to do since it last returned. Belongs to the
+    // manager.
     int pollFd() const noexcept;
 
     // Marks what is ready, runs the handlers and returns without waiting. An exception that a

@@ -139,13 +139,12 @@ void FileDescriptor::readableReport() {
     reportAgainDel();
     const std::int64_t before = readableNotification_++;
     publisher().publish(readableNotificationField, before, readableNotification_);
-    if (unreadDataLeft()) {
-        reportAgainIs();
-    }
 }
 
 void FileDescriptor::reportAgainIs() {
-    again_ = manager_->againSourceIs(*this);
+    if (unreadDataLeft()) {
+        again_ = manager_->againSourceIs(*this);
+    }
 }
 
 void FileDescriptor::reportAgainDel() noexcept {

@@ -59,9 +59,12 @@ void report(const RateLimiter::Report& due) {
 
 void timerIs() {
     State& mine = state();
+    if (!mine.timer.expired()) {
+        return;
+    }
     const auto manager = ActivityFacility::activityManagerIfAny();
     const auto due = mine.limiter.nextDue();
-    if (!manager || !due || !mine.timer.expired()) {
+    if (!manager || !due) {
         return;
     }
     const auto delay = std::max(*due - mine.clock(), std::chrono::steady_clock::duration(0));
@@ -132,18 +135,28 @@ void LogFacility::log(const LogDescriptor& descriptor, std::span<const Orvo::Str
 }
 
 std::string formatted(const char* format, std::span<const Orvo::String> arguments) {
+    std::string_view rest(format);
+    std::size_t size = rest.size();
+    for (const Orvo::String& argument : arguments) {
+        size += argument.size();
+    }
     std::string text;
+    text.reserve(size);
     std::size_t next = 0;
-    for (std::string_view rest(format); !rest.empty();) {
+    for (std::size_t percent = rest.find('%'); percent != std::string_view::npos;
+         percent = rest.find('%')) {
+        text += rest.substr(0, percent);
+        rest.remove_prefix(percent);
         if (rest.starts_with("%s")) {
             text += next < arguments.size() ? arguments[next].view() : std::string_view();
             ++next;
             rest.remove_prefix(2);
         } else {
-            text += rest.front();
+            text += '%';
             rest.remove_prefix(rest.starts_with("%%") ? 2 : 1);
         }
     }
+    text += rest;
     return text;
 }
 

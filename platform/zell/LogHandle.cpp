@@ -5,8 +5,7 @@
 #include "platform/zell/Fnv.h"
 #include "platform/zell/LogFacility.h"
 
-#include <algorithm>
-#include <vector>
+#include <span>
 
 namespace Zell {
 
@@ -20,11 +19,7 @@ bool LogHandle::okToLog(unsigned hash) {
 }
 
 void LogHandle::log(const LogString& arguments) {
-    std::vector<Orvo::String> texts;
-    texts.reserve(arguments.argumentCount);
-    for (unsigned i = 0; i < arguments.argumentCount; ++i) {
-        texts.push_back(arguments.str(i));
-    }
+    const std::span<const Orvo::String> texts = arguments.texts();
     LogFacility::log(*descriptor_, texts, formatted(descriptor_->format, texts));
 }
 

@@ -4,6 +4,8 @@
 
 #include "platform/zell/OneLine.h"
 
+// The source line that would be sent along is always the one in this file.
+#define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
 
 #include <sys/uio.h>
@@ -60,14 +62,21 @@ void toSyslog(const LogMessage& message) {
 }
 
 void toStderr(const LogMessage& message) {
-    const std::string line = logLine(message) + "\n";
+    std::string line = logLine(message);
+    line += '\n';
     [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
 }
 
 } // namespace
 
 std::string logLine(const LogMessage& message) {
-    return std::string(message.descriptor.name) + ": " + oneLine(message.text);
+    const std::string_view name(message.descriptor.name);
+    std::string line;
+    line.reserve(name.size() + 2 + message.text.size() + 1); // and a line end
+    line += name;
+    line += ": ";
+    appendOneLine(line, message.text);
+    return line;
 }
 
 std::string messageId(std::string_view name) {

@@ -19,6 +19,11 @@ const Orvo::String& LogString::str(unsigned index) const {
     return texts_[index];
 }
 
+std::span<const Orvo::String> LogString::texts() const {
+    ZELL_ASSERT("LogString", argumentCount <= maxArguments);
+    return std::span(texts_).first(argumentCount);
+}
+
 unsigned Impl::logArgsHash(const LogString& arguments, unsigned count) {
     std::uint32_t hash = fnvStart;
     for (unsigned i = 0; i < std::min(count, arguments.argumentCount); ++i) {

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstddef>
+#include <span>
 
 namespace Zell {
 
@@ -21,6 +22,10 @@ public:
     // An index beyond maxArguments is the fatal assertion "index < maxArguments".
     void strIs(unsigned index, const Orvo::String& text);
     const Orvo::String& str(unsigned index) const;
+
+    // The first argumentCount texts. More than maxArguments is the fatal assertion "argumentCount
+    // <= maxArguments".
+    std::span<const Orvo::String> texts() const;
 
 private:
     std::array<Orvo::String, maxArguments> texts_;

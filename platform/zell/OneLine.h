@@ -2,24 +2,35 @@
 // Text of unknown origin made safe for a line of output.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
 namespace Zell {
 
-// Control characters as \xHH; bytes above 0x7f stay, since names are UTF-8 as a rule.
-inline std::string oneLine(std::string_view text) {
+// Appends the text with control characters as \xHH; bytes above 0x7f stay, since names are UTF-8 as
+// a rule.
+inline void appendOneLine(std::string& line, std::string_view text) {
     constexpr std::string_view hexDigits = "0123456789abcdef";
-    std::string line;
-    line.reserve(text.size());
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7f) {
-            line += c;
-        } else {
+    const auto isControl = [](char c) {
+        return static_cast<unsigned char>(c) < 0x20 || c == '\x7f';
+    };
+    while (!text.empty()) {
+        const auto plain =
+            static_cast<std::size_t>(std::ranges::find_if(text, isControl) - text.begin());
+        line += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (!text.empty()) {
+            const auto byte = static_cast<unsigned char>(text.front());
             line += {'\\', 'x', hexDigits[byte >> 4], hexDigits[byte & 0xf]};
+            text.remove_prefix(1);
         }
     }
+}
+
+inline std::string oneLine(std::string_view text) {
+    std::string line;
+    appendOneLine(line, text);
     return line;
 }
 

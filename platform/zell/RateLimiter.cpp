@@ -64,7 +64,8 @@ bool RateLimiter::allowed(unsigned hash, const BucketRule& rule, Time now) {
         return true;
     }
     if (!mine.refusing && rule.backoff > 1.0) {
-        mine.interval = std::min(longestInterval, mine.interval * rule.backoff);
+        mine.interval =
+            std::min(std::max(longestInterval, intervalOf(rule)), mine.interval * rule.backoff);
     }
     mine.refusing = true;
     mine.lastRefusal = now;

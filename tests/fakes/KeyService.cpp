@@ -79,7 +79,7 @@ std::string KeyService::Key::text() const {
 KeyService::Key& KeyService::create(const std::string& description,
                                     const KeyAttributes& attributes) {
     Key key{};
-    key.serial = ++lastSerial;
+    key.serial = reusedSerial_ != 0 ? std::exchange(reusedSerial_, 0) : ++lastSerial;
     key.description = description.c_str(); // the kernel's descriptions end at the first NUL
     key.attributes = attributes;
     return keys_.emplace(key.serial, std::move(key)).first->second;
@@ -219,6 +219,13 @@ key_serial_t KeyService::threadKeyring() {
         threadKeyring_ = create("_tid", {"keyring", 0, 0, writableKeyring}).serial;
     }
     return threadKeyring_;
+}
+
+void KeyService::reuseSerial(key_serial_t serial) {
+    if (keys_.contains(serial)) {
+        misuse(who, "the serial " + std::to_string(serial) + " is taken");
+    }
+    reusedSerial_ = serial;
 }
 
 void KeyService::collectGarbage() {

@@ -66,6 +66,8 @@ public:
     void removeKeyring(const std::string& ring);
     /// Gives this process a thread keyring, which -1 then names.
     key_serial_t threadKeyring();
+    /// The next key or keyring gets this serial, which must be free: the kernel's may come back.
+    void reuseSerial(key_serial_t serial);
     /// Forgets keys that no keyring holds, and drops dead ones from their keyrings unannounced.
     void collectGarbage();
 
@@ -176,7 +178,7 @@ private:
     FailureScript script_;
     Describe describe_;
     Verdict verdict_;
-    key_serial_t nextSerial_;
+    key_serial_t reusedSerial_ = 0;
     key_serial_t threadKeyring_ = 0;
 };
 

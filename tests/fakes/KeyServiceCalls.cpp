@@ -197,6 +197,7 @@ int KeyService::describeAlloc(key_serial_t key, char** buffer) {
     }
     const std::string text = described->text();
     *buffer = static_cast<char*>(allocated(text.data(), text.size()));
+    errno = EDOM; // says nothing after a success, so nobody may rely on it
     return static_cast<int>(text.size());
 }
 

@@ -207,7 +207,8 @@ int socket(int domain, int type, int protocol) noexcept {
 int bind(int descriptor, const sockaddr* address, socklen_t size) noexcept {
     const bool hasPath = isUnixPath(address, size);
     if (const auto answer = answered("bind", [&] {
-            return text(descriptor) + " " + (hasPath ? pathOf(address, size) : "?");
+            return text(descriptor) + " " + (hasPath ? pathOf(address, size) : "?") + " " +
+                   std::to_string(size);
         })) {
         return static_cast<int>(answer->value);
     }

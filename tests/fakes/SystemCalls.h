@@ -26,7 +26,7 @@ namespace Vestrel::Tests {
 ///
 /// Arguments are recorded in decimal, flags in hexadecimal: "pipe2 0x80", "ioctl 8 0x5760 256",
 /// "inotify_init1 0x800", "inotify_add_watch 7 /dir 0x2c8", "read 7 16", "close 7",
-/// "socket 1 0x802 0", "bind 7 /path", "unlink /path".
+/// "socket 1 0x802 0", "bind 7 /path 110" (with the length of the address), "unlink /path".
 class SystemCalls {
 public:
     using Bytes = std::span<const std::uint8_t>;

@@ -69,8 +69,9 @@ TEST(SystemCalls, RecordEachCallWithItsArguments) {
         (Texts{"pipe2 0x80", "ioctl " + number(ends[1]) + " 0x5760 256", "inotify_init1 0x800",
                "inotify_add_watch " + number(watch) + " " + dir.path() + " 0x2c8",
                "read " + number(watch) + " 16", "socket 1 0x802 0",
-               "bind " + number(socket) + " " + path, "unlink " + path, "close " + number(ends[0]),
-               "close " + number(ends[1]), "close " + number(watch), "close " + number(socket)}));
+               "bind " + number(socket) + " " + path + " 110", "unlink " + path,
+               "close " + number(ends[0]), "close " + number(ends[1]), "close " + number(watch),
+               "close " + number(socket)}));
     EXPECT_EQ(calls.callsOf({"pipe2", "socket"}), (Texts{"pipe2 0x80", "socket 1 0x802 0"}));
 }
 
@@ -181,9 +182,9 @@ TEST(SystemCalls, RedirectASocketsPath) {
     EXPECT_TRUE(dir.has("socket"));
     EXPECT_EQ(Probe::unlink("/nowhere/at/all"), 0);
     EXPECT_FALSE(dir.has("socket"));
-    EXPECT_EQ(
-        calls.callsOf({"bind", "unlink"}),
-        (Texts{"bind " + std::to_string(socket) + " /nowhere/at/all", "unlink /nowhere/at/all"}));
+    EXPECT_EQ(calls.callsOf({"bind", "unlink"}),
+              (Texts{"bind " + std::to_string(socket) + " /nowhere/at/all 110",
+                     "unlink /nowhere/at/all"}));
     Probe::close(socket);
 }
 

@@ -1,12 +1,58 @@
 // SPDX-License-Identifier: Apache-2.0
-// Start-up of the keyring state machine, seen from outside.
-#include "tests/support/StateMachineTest.h"
+// Tests the start-up of the keyring state machine as a whole.
+#include "platform/zell/Errors.h"
+#include "tests/keyring/CertificateDirectories.h"
+#include "tests/keyring/LibraryCalls.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 namespace Vestrel::Tests {
 
 namespace {
 
-class StartUp : public StateMachineTest {};
+class StartUp : public CertificateDirectories {
+protected:
+    // Starts, expects that an unreadable directory ends the start-up, and returns its cause.
+    int causeOfFailure() {
+        try {
+            start();
+        } catch (const std::filesystem::filesystem_error& failure) {
+            return failure.code().value();
+        }
+        ADD_FAILURE() << "started";
+        return 0;
+    }
+};
+
+// While it lives, only so many descriptors can be opened in addition.
+class FewDescriptors {
+public:
+    explicit FewDescriptors(rlim_t count) {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        int limit = 0;
+        for (rlim_t free = 0; free < count; ++limit) {
+            free += fcntl(limit, F_GETFD) == -1 ? 1U : 0U;
+        }
+        rlimit few = before_;
+        few.rlim_cur = static_cast<rlim_t>(limit);
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    }
+
+    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+    FewDescriptors(const FewDescriptors&) = delete;
+    FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+private:
+    rlimit before_{};
+};
+
+// An inotify instance and a pipe.
+constexpr rlim_t descriptorsOfAKeyring = 3;
 
 TEST_F(StartUp, WatchesTheFourKeyringsInTheirOrder) {
     start(true);
@@ -14,19 +60,161 @@ TEST_F(StartUp, WatchesTheFourKeyringsInTheirOrder) {
     for (auto info = sm->watcherInfos().iterator(); info; ++info) {
         names.emplace_back(info.key().view());
     }
-    EXPECT_EQ(names, (std::vector<std::string>{".ima", ".secondary_trusted_keys",
-                                               ".builtin_trusted_keys", ".machine"}));
+    const std::vector<std::string> expected{".ima", ".secondary_trusted_keys",
+                                            ".builtin_trusted_keys", ".machine"};
+    EXPECT_EQ(names, expected);
+    std::vector<std::string> lookUps;
+    for (const std::string& name : expected) {
+        lookUps.push_back("find_key_by_type_and_desc keyring " + name + " 0");
+    }
+    EXPECT_EQ(keyCalls("find_key_by_type_and_desc"), lookUps);
+}
+
+TEST_F(StartUp, TracesItselfFirst) {
+    start(true);
+    EXPECT_EQ(traces().front(), "5 handleInitialized: ");
+    EXPECT_EQ(tracesOf("handleInitialized").size(), 1U);
+    EXPECT_EQ(traces()[1], "5 createWatcher: .ima");
+    EXPECT_EQ(traces(1), TraceLines{}) << "nothing failed";
+}
+
+TEST_F(StartUp, SwitchesTheActivityManagerToEpoll) {
+    Zell::ActivityFacility::activityManagerConfig().useEpollIs(false);
+    start();
+    EXPECT_TRUE(Zell::ActivityFacility::activityManagerConfig().useEpoll());
+}
+
+TEST_F(StartUp, MakesTheKeyLoader) {
+    start();
+    EXPECT_TRUE(sm->keyLoader());
+}
+
+TEST_F(StartUp, DiscardsWhatTheCollectionHeldBeforeTheFirstKeyringIsProcessed) {
+    const auto former = coll->keyringIs(".ima");
+    former->keyIs({7, "from an earlier run", "asymmetric"});
+    coll->keyringIs(".former");
+    start();
+    EXPECT_EQ(coll->keyringCount(), 4U);
+    EXPECT_FALSE(coll->keyring(".former"));
+    EXPECT_NE(keyColl(), former);
+    EXPECT_TRUE(keyColl()->key().empty());
+    EXPECT_EQ(keys.watchIdsOf(".ima"), std::vector<int>{1}) << "the first member";
+    EXPECT_EQ(keys.watchIdsOf(".machine"), std::vector<int>{4});
+}
+
+TEST_F(StartUp, IsTheConstructorsWorkBeforeNotificationsAreOn) {
+    put("a", "first");
+    sm = Orvo::makeNode<IntegrityKeyringSm>(coll);
+    EXPECT_FALSE(sm->hasNotificationActive());
+    EXPECT_EQ(sm->refCount(), 1U);
+    EXPECT_EQ(sm->watcherInfos().size(), 4U);
+    EXPECT_EQ(keys.descriptionsOf(".ima"), std::vector<std::string>{described("first")});
+    dispatch();
+    EXPECT_TRUE(keyColl()->key().empty()) << "the notification waits";
+    sm->hasNotificationActiveIs(true);
+    dispatch();
+    EXPECT_EQ(keyColl()->key().size(), 1U);
+}
+
+TEST_F(StartUp, OfASecondStateMachineRebuildsEverythingFromKernelAndDisk) {
+    const std::string file = put("a", "first");
+    start();
+    dispatch();
+    stop();
+    const key_serial_t key = keys.keysOf(".ima").at(0);
+    start(true);
+    EXPECT_TRUE(keyCalls("add_key").empty()) << "the key is there already";
+    EXPECT_NE(keyColl()->key(key), nullptr);
+    EXPECT_EQ(keyColl()->fileToDescription(file), Orvo::String(described("first")));
+}
+
+TEST_F(StartUp, TracesGoToTheHandleNamedAfterTheClass) {
+    EXPECT_EQ(IntegrityKeyringSm::traceHandle().name(), "IntegrityKeyringSm");
+    IntegrityKeyringSm::traceHandle().levelIs(1);
+    start(true);
+    EXPECT_EQ(traces(), TraceLines{}) << "a statement whose level is not enabled is skipped";
+    IntegrityKeyringSm::traceHandle().levelIs(5);
 }
 
 TEST_F(StartUp, LoadsAFileThatIsRenamedIntoPlace) {
     start();
-    write(file("a.integrity-tmp"), "first");
+    put("a.integrity-tmp", "first");
     ASSERT_EQ(rename(file("a.integrity-tmp").c_str(), file("a").c_str()), 0);
     dispatch();
-    EXPECT_EQ(keys.descriptionsOf(".ima"), std::vector<std::string>{"first"});
-    EXPECT_EQ(keyColl()->fileToDescription(file("a")), "first");
+    EXPECT_EQ(keys.descriptionsOf(".ima"), std::vector<std::string>{described("first")});
+    EXPECT_EQ(keyColl()->fileToDescription(file("a")), Orvo::String(described("first")));
     dispatch();
     EXPECT_EQ(keyColl()->key().size(), 1U);
+}
+
+TEST_F(StartUp, LeavesAsAnExceptionWhenADirectoryCannotBeOpened) {
+    const FewDescriptors few(descriptorsOfAKeyring);
+    EXPECT_EQ(causeOfFailure(), EMFILE);
+    EXPECT_FALSE(sm);
+}
+
+TEST_F(StartUp, LeavesAsAnExceptionWhenADirectoryCannotBeRead) {
+    const UnreadableDirectories unreadable(EIO);
+    EXPECT_EQ(causeOfFailure(), EIO);
+}
+
+TEST_F(StartUp, GivesEverythingBackWhenItIsGivenUp) {
+    put("a", "first");
+    put("b", "second", ".secondary_trusted_keys");
+    certificate("first"); // made, and not counted below
+    start();
+    stop();
+    loop = nullptr;
+    const auto descriptors = openDescriptors();
+    for (rlim_t keyrings = 1; keyrings <= 4; ++keyrings) {
+        coll->keyringDelAll();
+        const auto entities = alive();
+        {
+            const FewDescriptors few(keyrings * descriptorsOfAKeyring);
+            EXPECT_EQ(causeOfFailure(), EMFILE) << keyrings;
+        }
+        EXPECT_EQ(openDescriptors(), descriptors) << keyrings;
+        EXPECT_EQ(keys.openQueues(), 0U);
+        EXPECT_EQ(coll->refCount(), 1U);
+        EXPECT_EQ(coll->keyringCount(), keyrings) << "what was found stays with its owner";
+        coll->keyringDelAll();
+        EXPECT_EQ(alive(), entities) << keyrings;
+        EXPECT_EQ(traces(1), TraceLines{});
+    }
+}
+
+TEST_F(StartUp, CanBeTriedAgainAfterItWasGivenUp) {
+    put("a", "first");
+    {
+        const UnreadableDirectories unreadable(EIO);
+        EXPECT_EQ(causeOfFailure(), EIO);
+    }
+    start();
+    EXPECT_EQ(sm->watcherInfos().size(), 4U);
+    EXPECT_EQ(keys.descriptionsOf(".ima"), std::vector<std::string>{described("first")});
+}
+
+TEST_F(StartUp, EndsWithNothingLeftAfterTheShutdown) {
+    put("a", "first");
+    loop = nullptr;
+    coll = nullptr;
+    const auto descriptors = openDescriptors();
+    const auto entities = alive();
+    {
+        coll = Orvo::makeNode<IntegrityKeyringColl>();
+        start();
+        EXPECT_GT(openDescriptors().size(), descriptors.size() + 4 * descriptorsOfAKeyring)
+            << "and the event loop's own";
+        loop = Zell::ActivityFacility::activityManager();
+        dispatch();
+        loop = nullptr;
+        EXPECT_EQ(keyColl()->key().size(), 1U);
+        stop();
+        coll = nullptr;
+    }
+    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_EQ(alive(), entities);
+    EXPECT_EQ(keys.openQueues(), 0U);
 }
 
 } // namespace

@@ -25,7 +25,9 @@ namespace {
     std::exit(1);
 }
 
-void writeLine(const char* path, const std::string& text) { std::ofstream(path) << text; }
+void writeLine(const char* path, const std::string& text) {
+    std::ofstream(path) << text;
+}
 
 // An ordinary user becomes root of a user namespace of its own.
 void namespacesEnter() {

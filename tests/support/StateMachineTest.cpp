@@ -25,6 +25,9 @@ StateMachineTest::StateMachineTest() {
     Zell::traceLevelIs(5);
     Zell::traceSinkIs([this](const Zell::TraceLine& line) {
         lines_.push_back({line.level, std::string(line.text)});
+        if (onTrace) {
+            onTrace(std::to_string(line.level) + " " + lines_.back().text);
+        }
     });
     Zell::LogFacility::sinkIs(
         [this](const Zell::LogMessage& message) { messages.push_back(Zell::logLine(message)); });
@@ -34,6 +37,7 @@ StateMachineTest::StateMachineTest() {
 }
 
 StateMachineTest::~StateMachineTest() {
+    onTrace = nullptr;
     sm = nullptr;
     Zell::traceSinkIs(nullptr);
     Zell::traceLevelIs(1);

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,7 @@ protected:
 
     // Starts the state machine and forgets the traces and calls of the start-up unless `keep`.
     void start(bool keepTraces = false);
+
     // Drops the state machine.
     void stop() { sm = nullptr; }
 
@@ -52,6 +54,9 @@ protected:
     bool traced(const std::string& line) const; // exactly that line
     void clear();                               // traces, log messages, recorded calls
 
+    // Called with each trace line as it is written, for a look at what stands at that moment.
+    std::function<void(const std::string& line)> onTrace;
+
     KeyService keys;
     SystemCalls calls;
     std::vector<std::string> messages; // log messages as "NAME: TEXT"
@@ -64,6 +69,7 @@ private:
         int level;
         std::string text;
     };
+
     std::vector<Line> lines_;
 };
 

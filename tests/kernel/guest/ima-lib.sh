@@ -1,0 +1,217 @@
+#!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
+# What the IMA cases are told with: cases and checks, the agent, the senders, files to be appraised.
+
+# shellcheck shell=dash disable=SC2034,SC2154,SC3043
+trust=${VESTREL_TRUST:?}
+agent=${VESTREL_AGENT:?}
+storm=${VESTREL_STORM:?}
+socket=/var/run/IMAKernelMessages
+agentLog=/results/ima-agent.log
+everything=/var/log/all.log
+patience=20 # seconds; the processor is emulated
+mallory=1002
+work=$(mktemp -d /tmp/ima.XXXXXX)
+casesRun=0
+casesFailed=0
+agentProcess=''
+rsyslogProcess=''
+klogProcess=''
+
+# --- cases
+
+# Runs a function as a case. It fails when a check does, and when it checks nothing.
+testCase() {
+    local name=$1 start end
+    : >"$work/problems"
+    : >"$work/checks"
+    start=$(uptimeCentiseconds)
+    "$2"
+    end=$(uptimeCentiseconds)
+    [ -s "$work/checks" ] || echo "the case checks nothing" >>"$work/problems"
+    isRunning "$agentProcess" || echo "the agent does not run at the case's end" >>"$work/problems"
+    casesRun=$((casesRun + 1))
+    report "$name" $((end - start))
+}
+
+report() {
+    local seconds
+    seconds=$(printf '%d.%02d' $(($2 / 100)) $(($2 % 100)))
+    if [ -s "$work/problems" ]; then
+        casesFailed=$((casesFailed + 1))
+        echo "FAILED $1: $(tr '\n' ';' <"$work/problems")"
+        tail -n 5 "$agentLog" | sed 's/^/    agent: /'
+        printf '<testcase classname="Ima" name="%s" time="%s"><failure message="%s"/></testcase>\n' \
+            "$1" "$seconds" "$(escaped "$work/problems")" >>"$work/cases.xml"
+    else
+        echo "ok $1"
+        printf '<testcase classname="Ima" name="%s" time="%s"/>\n' "$1" "$seconds" >>"$work/cases.xml"
+    fi
+}
+
+escaped() {
+    tr '\n' ';' <"$1" | sed 's/&/\&amp;/g; s/</\&lt;/g; s/>/\&gt;/g; s/"/\&quot;/g'
+}
+
+writeResults() {
+    {
+        echo '<?xml version="1.0" encoding="UTF-8"?>'
+        printf '<testsuite name="ima" tests="%d" failures="%d">\n' $casesRun $casesFailed
+        cat "$work/cases.xml"
+        echo '</testsuite>'
+    } >/results/ima.xml
+}
+
+check() {
+    local expected=$1
+    shift
+    echo "$expected" >>"$work/checks"
+    "$@" || echo "expected: $expected" >>"$work/problems"
+}
+
+# Asks in short steps until the answer is yes.
+await() {
+    local expected=$1 end
+    shift
+    echo "$expected" >>"$work/checks"
+    end=$(($(uptimeCentiseconds) + patience * 100))
+    until "$@"; do
+        if [ "$(uptimeCentiseconds)" -gt $end ]; then
+            echo "expected within $patience s: $expected" >>"$work/problems"
+            return 1
+        fi
+        usleep 10000
+    done
+}
+
+# Gives up all cases: without this nothing that follows means anything.
+must() {
+    local what=$1
+    shift
+    "$@" >"$work/must.out" 2>&1 && return
+    echo "FAILED set-up: $what: $(cat "$work/must.out")"
+    exit 1
+}
+
+not() {
+    ! "$@"
+}
+
+uptimeCentiseconds() {
+    local seconds
+    read -r seconds _ </proc/uptime
+    echo "${seconds%.*}${seconds#*.}" | sed 's/^0*\(.\)/\1/'
+}
+
+isRunning() {
+    local state=''
+    { read -r _ _ state _ <"/proc/${1:-0}/stat"; } 2>/dev/null
+    [ "${state:-Z}" != Z ]
+}
+
+# --- the programs
+
+# [TARGET]: where its log messages go.
+startAgent() {
+    "$agent" --log "${1:-stderr}" >>"$agentLog" 2>&1 &
+    agentProcess=$!
+    await "the agent's socket is there" receives
+}
+
+killAgent() {
+    kill -9 "$agentProcess"
+    { wait "$agentProcess"; } 2>/dev/null
+}
+
+# A stale file of an agent that was killed refuses.
+receives() {
+    "$storm" "$socket" "is anybody there?" 2>/dev/null
+}
+
+stopAgent() {
+    kill -TERM "$agentProcess"
+    await "the agent ends when it is told to" not isRunning "$agentProcess" || kill -9 "$agentProcess"
+    { wait "$agentProcess"; } 2>/dev/null
+}
+
+startRsyslog() {
+    mkdir -p /etc/rsyslog.d /var/log
+    : >$everything
+    rsyslogd -n -f /guest/rsyslog.conf >>/results/rsyslogd.out 2>&1 &
+    rsyslogProcess=$!
+    await "rsyslogd listens" [ -S /dev/log ]
+}
+
+stopRsyslog() {
+    kill -TERM "$rsyslogProcess"
+    wait "$rsyslogProcess"
+    rsyslogProcess=''
+}
+
+asMallory() {
+    su -s /bin/sh mallory -c "$1"
+}
+
+# --- files and what the kernel says of them
+
+# What is read must carry its hash; what is executed must be signed.
+loadPolicy() {
+    printf '%s\n' "appraise func=BPRM_CHECK mask=MAY_EXEC fowner=1000 appraise_type=imasig" \
+        "appraise func=FILE_CHECK mask=MAY_READ fowner=1001" >/sys/kernel/security/ima/policy
+}
+
+# FILE [COMMAND...]: data to be read. The command (evmctl) comes before the owner: after that the file
+# cannot be read without a hash.
+dataFile() {
+    local file=$1
+    shift
+    echo data >"$file"
+    [ $# -eq 0 ] || must "$*" "$@" "$file"
+    chown 1001 "$file"
+}
+
+# FILE [COMMAND...]: a program to be executed.
+program() {
+    local file=$1
+    shift
+    printf '#!/bin/sh\necho "%s ran"\n' "$file" >"$file"
+    chmod 0755 "$file"
+    chown 1000 "$file"
+    [ $# -eq 0 ] || must "$*" "$@" "$file"
+}
+
+sign() { evmctl ima_sign --key "$1" "$2"; }
+
+hash() { evmctl ima_hash -a sha256 "$1"; }
+
+isRefused() {
+    not "$@" >"$work/refused" 2>&1 && grep -q "Permission denied" "$work/refused"
+}
+
+# The certificate's key is in .ima.
+keyIs() { keyctl list %:.ima | grep -qF "$(cat "$trust/$1.description")"; }
+
+keyIsNot() { keyctl list %:.ima >"$work/list" && not grep -qF "$(cat "$trust/$1.description")" "$work/list"; }
+
+kernelSaid() {
+    dmesg | grep -qE -- "$1"
+}
+
+# CAUSE FILE COMMAND: the very line of the log.
+told() {
+    grep -qFx "VESTREL_INTEGRITY: Integrity error of type AUDIT_INTEGRITY_DATA ($1), for file $2, invoked by $3" \
+        "$agentLog"
+}
+
+mentioned() {
+    grep -qF -- "$1" "$agentLog"
+}
+
+# Whatever the kernel said before this record has been forwarded and dealt with when its message is
+# there: the road keeps the order.
+laterViolation() {
+    later=$((${later:-0} + 1))
+    dataFile /t/later$later
+    check "a later file is refused" isRefused cat /t/later$later
+    await "the later violation's message arrives" told missing-hash /t/later$later cat
+}

@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of a log message before it is limited: record, arguments, hash, text, delivery.
+#include "platform/zell/LogString.h"
+#include "tests/platform/LogTest.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstddef>
+#include <set>
+
+namespace Vestrel::Tests {
+
+namespace {
+
+using namespace std::string_view_literals;
+using Orvo::Duration;
+using Zell::LogDescriptor;
+using Zell::LogHandle;
+using Zell::LogString;
+using Zell::Impl::logArgsHash;
+
+LogString logString(std::initializer_list<std::string_view> texts) {
+    LogString result;
+    for (const std::string_view text : texts) {
+        result.strIs(result.argumentCount++, text);
+    }
+    return result;
+}
+
+TEST(LogDescriptor, IsSixWordsInTheirOrder) {
+    EXPECT_EQ(offsetof(LogDescriptor, name), 0U);
+    EXPECT_EQ(offsetof(LogDescriptor, format), sizeof(void*));
+    EXPECT_EQ(offsetof(LogDescriptor, explanation), 2 * sizeof(void*));
+    EXPECT_EQ(offsetof(LogDescriptor, recommendedAction), 3 * sizeof(void*));
+    EXPECT_EQ(offsetof(LogDescriptor, severity), 4 * sizeof(void*));
+    EXPECT_EQ(offsetof(LogDescriptor, reserved), 4 * sizeof(void*) + 4);
+    EXPECT_EQ(sizeof(LogDescriptor), 4 * sizeof(void*) + 8);
+}
+
+TEST(LogDescriptor, MarksActionsWithOneByte) {
+    EXPECT_EQ("\x01"sv, Zell::contactSupportIfItPersists);
+    EXPECT_EQ("\x02"sv, Zell::noActionIsRequired);
+    EXPECT_EQ(Zell::severityWarning, 4);
+}
+
+TEST(LogString, IsEmptyUntilSet) {
+    LogString arguments;
+    EXPECT_EQ(arguments.argumentCount, 0U);
+    EXPECT_EQ(arguments.hash, 0U);
+    for (unsigned i = 0; i < LogString::maxArguments; ++i) {
+        EXPECT_TRUE(arguments.str(i).empty());
+    }
+    arguments.strIs(7, "last");
+    EXPECT_EQ(arguments.str(7), Orvo::String("last"));
+    EXPECT_TRUE(arguments.str(6).empty());
+}
+
+TEST(LogString, EndsTheProcessBeyondItsArguments) {
+    LogString arguments;
+    EXPECT_DEATH(arguments.strIs(8, "x"), "LogString:[0-9]+: strIs: assertion failed: index < "
+                                          "maxArguments\n");
+    EXPECT_DEATH(arguments.str(8).size(), "LogString:[0-9]+: str: assertion failed: index < "
+                                          "maxArguments\n");
+}
+
+TEST(LogString, GivesAsManyTextsAsItCounts) {
+    LogString arguments = logString({"a", "b"});
+    arguments.argumentCount = 3;
+    ASSERT_EQ(arguments.texts().size(), 3U);
+    EXPECT_EQ(arguments.texts()[1], Orvo::String("b"));
+    EXPECT_TRUE(arguments.texts()[2].empty());
+    EXPECT_TRUE(LogString().texts().empty());
+    arguments.argumentCount = 9;
+    EXPECT_DEATH(arguments.texts(), "LogString:[0-9]+: texts: assertion failed: argumentCount <= "
+                                    "maxArguments\n");
+}
+
+TEST(LogArgsHash, CoversTheFirstArgumentsOnly) {
+    const LogString one = logString({"a", "b", "c"});
+    const LogString other = logString({"a", "b", "x"});
+    EXPECT_EQ(logArgsHash(one, 2), logArgsHash(other, 2));
+    EXPECT_NE(logArgsHash(one, 3), logArgsHash(other, 3));
+    EXPECT_NE(logArgsHash(one, 1), logArgsHash(one, 2));
+    EXPECT_NE(logArgsHash(one, 1), logArgsHash(logString({"x"}), 1));
+}
+
+TEST(LogArgsHash, IsTheSameOfNoArgument) {
+    EXPECT_EQ(logArgsHash(logString({"a"}), 0), logArgsHash(logString({"b", "c"}), 0));
+    EXPECT_EQ(logArgsHash(LogString(), 0), logArgsHash(LogString(), 5));
+}
+
+TEST(LogArgsHash, CoversAllWhenThereAreFewer) {
+    const LogString arguments = logString({"a", "b"});
+    EXPECT_EQ(logArgsHash(arguments, 2), logArgsHash(arguments, 3));
+    EXPECT_EQ(logArgsHash(arguments, 2), logArgsHash(arguments, 1000));
+}
+
+TEST(LogArgsHash, KnowsWhereAnArgumentEnds) {
+    EXPECT_NE(logArgsHash(logString({"ab", "c"}), 2), logArgsHash(logString({"a", "bc"}), 2));
+    EXPECT_NE(logArgsHash(logString({"", "a"}), 2), logArgsHash(logString({"a", ""}), 2));
+    EXPECT_NE(logArgsHash(logString({"a"}), 1), logArgsHash(logString({"a", ""}), 2));
+}
+
+TEST(LogArgsHash, DiffersBetweenManyArguments) {
+    std::set<unsigned> hashes;
+    for (int i = 0; i < 1000; ++i) {
+        hashes.insert(logArgsHash(logString({"/etc/keys/ima/" + std::to_string(i)}), 1));
+    }
+    EXPECT_EQ(hashes.size(), 1000U);
+}
+
+TEST(LogHandle, KeepsItsParameters) {
+    const LogHandle handle(&firstRecord, Duration(std::chrono::seconds(3)), 1.5, 7, 2);
+    EXPECT_EQ(&handle.descriptor(), &firstRecord);
+    EXPECT_EQ(handle.interval(), Duration(std::chrono::seconds(3)));
+    EXPECT_EQ(handle.backoff(), 1.5);
+    EXPECT_EQ(handle.burst(), 7U);
+    EXPECT_EQ(handle.rateLimitArgsMask(), 2U);
+}
+
+TEST(LogHandle, TellsRecordsApartByTheirNames) {
+    const LogHandle first(&firstRecord, {}, 1.0, 0, 0);
+    const LogHandle again(&firstRecord, Duration(std::chrono::seconds(1)), 2.0, 1, 1);
+    const LogHandle second(&secondRecord, {}, 1.0, 0, 0);
+    EXPECT_EQ(first.idHash(), again.idHash());
+    EXPECT_NE(first.idHash(), second.idHash());
+}
+
+TEST(Formatted, PutsArgumentsInPlace) {
+    const std::array<Orvo::String, 2> arguments{"one", "two"};
+    EXPECT_EQ(Zell::formatted("a %s (%s).", arguments), "a one (two).");
+    EXPECT_EQ(Zell::formatted("%s%s", arguments), "onetwo");
+    EXPECT_EQ(Zell::formatted("none", arguments), "none");
+    EXPECT_EQ(Zell::formatted("", arguments), "");
+}
+
+TEST(Formatted, ReadsAnArgumentTooFewAsEmpty) {
+    const std::array<Orvo::String, 1> arguments{"one"};
+    EXPECT_EQ(Zell::formatted("<%s><%s><%s>", arguments), "<one><><>");
+}
+
+TEST(Formatted, KnowsNothingButTextAndPercent) {
+    const std::array<Orvo::String, 2> arguments{"%s", "two"};
+    EXPECT_EQ(Zell::formatted("100%% %s %s", arguments), "100% %s two");
+    EXPECT_EQ(Zell::formatted("%%s %s", arguments), "%s %s");
+    EXPECT_EQ(Zell::formatted("%d %", arguments), "%d %");
+}
+
+class LogDelivery : public LogTest {};
+
+TEST_F(LogDelivery, HandsRecordArgumentsAndTextToTheSink) {
+    std::vector<std::string> seen;
+    Zell::LogFacility::sinkIs([&](const Zell::LogMessage& message) {
+        EXPECT_EQ(&message.descriptor, &firstRecord);
+        seen = {message.text};
+        for (const Orvo::String& argument : message.arguments) {
+            seen.emplace_back(argument.view());
+        }
+    });
+    const std::uint64_t before = Zell::LogFacility::messages();
+    handle(firstRecord).log(logString({"one", "two", "three"}));
+    EXPECT_EQ(seen, (Messages{"one two", "one", "two", "three"}));
+    EXPECT_EQ(Zell::LogFacility::messages(), before + 1);
+}
+
+TEST_F(LogDelivery, DropsMessagesWithoutASink) {
+    Zell::LogFacility::sinkIs(nullptr);
+    const std::uint64_t before = Zell::LogFacility::messages();
+    handle(firstRecord).log(logString({"one"}));
+    EXPECT_EQ(Zell::LogFacility::messages(), before + 1);
+    EXPECT_TRUE(messages.empty());
+}
+
+} // namespace
+
+} // namespace Vestrel::Tests
