@@ -39,7 +39,8 @@ Options parsed(int argc, char** argv) {
         const std::string_view name = argv[i];
         if (i + 1 == argc) {
             usage();
-        } else if (name == "--rounds") {
+        }
+        if (name == "--rounds") {
             options.rounds = static_cast<unsigned>(number(argv[i + 1]));
         } else if (name == "--tilings") {
             options.tilings = number(argv[i + 1]);

@@ -12,12 +12,12 @@
 #include "tests/fuzz/AppraisalLines.h"
 
 #include <fcntl.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <limits>
 #include <string>

@@ -50,7 +50,7 @@ protected:
         });
     }
 
-    ~LogCall() override {
+    void TearDown() override {
         LogFacility::clockIs(nullptr);
         LogFacility::sinkIs(Zell::journalOrSyslogSink());
     }

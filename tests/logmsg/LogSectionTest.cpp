@@ -67,7 +67,7 @@ public:
 
     template <class Type>
     Type at(std::size_t offset) const {
-        Type value;
+        Type value{};
         std::memcpy(&value, &bytes_.at(offset + sizeof(Type) - 1) - (sizeof(Type) - 1),
                     sizeof(Type));
         return value;

@@ -122,9 +122,10 @@ protected:
         });
     }
 
-    ~LogSuppressionByTheLoop() override {
+    void TearDown() override {
         LogFacility::clockIs(nullptr);
         LogFacility::sinkIs(Zell::journalOrSyslogSink());
+        LoopTest::TearDown();
     }
 
     void refuse(int messagesRefused) {

@@ -32,7 +32,7 @@ protected:
         });
     }
 
-    ~LogTest() override {
+    void TearDown() override {
         Zell::LogFacility::clockIs(nullptr);
         Zell::LogFacility::defaultLimitIs({});
         Zell::LogFacility::sinkIs(Zell::journalOrSyslogSink());

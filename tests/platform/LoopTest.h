@@ -39,7 +39,7 @@ protected:
         Zell::traceSinkIs([this](const Zell::TraceLine& line) { traces.emplace_back(line.text); });
     }
 
-    ~LoopTest() override {
+    void TearDown() override {
         Zell::ActivityFacility::activityManagerConfig().useEpollIs(false);
         Zell::traceSinkIs(nullptr);
     }

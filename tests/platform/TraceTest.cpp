@@ -37,7 +37,7 @@ protected:
         });
     }
 
-    ~Trace() override {
+    void TearDown() override {
         Zell::traceSinkIs(nullptr);
         Zell::traceLevelIs(1);
         Brisklog::limitsAre({});
