@@ -44,7 +44,7 @@ TEST(KeyService, DoesNotFindADeadOrInvisibleKeyring) {
     KeyService keys;
     keys.revoke(keys.keyring(".ima"));
     keys.keyring(".machine", KEY_USR_READ | KEY_USR_WRITE);
-    EXPECT_EQ(errorOf([] { return Probe::findKeyring(".ima"); }), ENOKEY);
+    EXPECT_EQ(errorOf([] { return Probe::findKeyring(".ima"); }), EKEYREVOKED);
     EXPECT_EQ(errorOf([] { return Probe::findKeyring(".machine"); }), ENOKEY);
 }
 

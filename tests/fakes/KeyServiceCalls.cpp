@@ -124,13 +124,18 @@ key_serial_t KeyService::findKey(const char* type, const char* description,
     if (fails("find_key_by_type_and_desc")) {
         return -1;
     }
+    int cause = ENOKEY; // or what the library's own describing of a dead keyring leaves
     for (const auto& [serial, key] : keys_) {
-        const bool isVisible = key.validity() == 0 && (key.attributes.perm & KEY_USR_VIEW) != 0;
-        if (isVisible && key.attributes.type == type && key.description == description) {
+        const bool isVisible = (key.attributes.perm & KEY_USR_VIEW) != 0;
+        if (!isVisible || key.attributes.type != type || key.description != description) {
+            continue;
+        }
+        if (key.validity() == 0) {
             return serial;
         }
+        cause = key.validity();
     }
-    return failed<key_serial_t>(ENOKEY);
+    return failed<key_serial_t>(cause);
 }
 
 int KeyService::readAlloc(key_serial_t key, void** buffer) {

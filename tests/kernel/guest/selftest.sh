@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Proves that the guest is the ground the other tests stand on: keyrings, trust, notifications, IMA.
 
+# shellcheck shell=dash disable=SC3043
 trust=${VESTREL_TRUST:?}
 failures=0
 
