@@ -6,24 +6,40 @@
 // forwards. What lies between must be the cause and blanks.
 #include "syslog/AppraisalPattern.h"
 
+#include "platform/zell/ByteRuns.h"
+
+#include <algorithm>
 #include <cstring>
 
 namespace Vestrel {
 
 namespace {
 
+namespace ByteRuns = Zell::ByteRuns;
+
 using Text = std::string_view;
 
-// Objects rather than functions, since calls of these are inlined where they are arguments.
-constexpr auto isBlank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
-constexpr auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-constexpr auto isLineEnd = [](char c) { return c == '\n' || c == '\r'; };
-constexpr auto isPoint = [](char c) { return isDigit(c) || c == '.'; };
-constexpr auto isStamp = [](char c) { return isPoint(c) || c == ':'; };
+constexpr bool isBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
 
-// Compared as arrays, since the compiler knows their lengths.
+constexpr bool isLineEnd(char c) {
+    return c == '\n' || c == '\r';
+}
+
+std::size_t trailingBlanks(Text text) {
+    std::size_t count = 0;
+    while (count != text.size() && isBlank(text[text.size() - 1 - count])) {
+        ++count;
+    }
+    return count;
+}
+
+// A piece of the pattern in which a blank stands for one or more of any kind. There is nearly
+// always one, so a phrase is compared as it stands first; as an array, since the compiler knows the
+// length of it.
 template <std::size_t Size>
-using Literal = char[Size];
+using Phrase = char[Size];
 
 template <std::size_t Size>
 constexpr std::size_t length = Size - 1; // without the terminating NUL
@@ -35,52 +51,58 @@ public:
 
     Text rest() const { return rest_; }
 
+    // A phrase that begins with a blank takes all the blanks there are.
     template <std::size_t Size>
-    bool literal(const Literal<Size>& expected) {
-        if (rest_.size() < length<Size> ||
-            std::memcmp(rest_.end() - length<Size>, expected, length<Size>) != 0) {
-            return false;
+    bool phrase(const Phrase<Size>& expected) {
+        if (rest_.ends_with(Text(expected, length<Size>))) {
+            rest_.remove_suffix(length<Size>);
+            if (expected[0] == ' ') {
+                blanks();
+            }
+            return true;
         }
-        rest_.remove_suffix(length<Size>);
-        return true;
+        return looselyEaten(Text(expected, length<Size>));
     }
 
-    bool blanks() {
-        Text ignored;
-        return run(isBlank, ignored);
+    bool digits(Text& eaten) {
+        const std::size_t count = ByteRuns::trailing<ByteRuns::Digits>(rest_);
+        eaten = Text(rest_.end() - count, count);
+        rest_.remove_suffix(count);
+        return count != 0;
     }
 
-    // NAME=digits
-    template <std::size_t Size>
-    bool number(const Literal<Size>& nameAndEquals, Text& digits) {
-        return run(isDigit, digits) && literal(nameAndEquals);
-    }
-
-    // NAME="value", the value being anything but quotes
-    template <std::size_t Size>
-    bool quoted(const Literal<Size>& nameEqualsAndQuote, Text& value) {
-        if (!literal("\"")) {
+    // What stands after a quote that is the last one, and the quote.
+    bool quoted(Text& eaten) {
+        const void* const quote = memrchr(rest_.data(), '"', rest_.size());
+        if (quote == nullptr) {
             return false;
         }
-        const std::size_t quote = rest_.rfind('"');
-        if (quote == Text::npos || quote + 1 == rest_.size()) {
-            return false;
-        }
-        value = rest_.substr(quote + 1);
-        rest_.remove_suffix(value.size());
-        return literal(nameEqualsAndQuote);
+        const auto* const start = static_cast<const char*>(quote) + 1;
+        eaten = Text(start, rest_.end());
+        rest_.remove_suffix(eaten.size() + 1);
+        return !eaten.empty();
     }
 
 private:
-    template <class Kind>
-    bool run(Kind kind, Text& eaten) {
-        std::size_t start = rest_.size();
-        while (start != 0 && kind(rest_[start - 1])) {
-            --start;
+    bool blanks() {
+        const std::size_t count = trailingBlanks(rest_);
+        rest_.remove_suffix(count);
+        return count != 0;
+    }
+
+    bool looselyEaten(Text expected) {
+        for (; !expected.empty(); expected.remove_suffix(1)) {
+            if (expected.back() == ' ') {
+                if (!blanks()) {
+                    return false;
+                }
+            } else if (rest_.ends_with(expected.back())) {
+                rest_.remove_suffix(1);
+            } else {
+                return false;
+            }
         }
-        eaten = rest_.substr(start);
-        rest_.remove_suffix(eaten.size());
-        return !eaten.empty();
+        return true;
     }
 
     Text rest_;
@@ -94,41 +116,47 @@ public:
     Text rest() const { return rest_; }
 
     template <std::size_t Size>
-    bool literal(const Literal<Size>& expected) {
-        if (rest_.size() < length<Size> || std::memcmp(rest_.data(), expected, length<Size>) != 0) {
-            return false;
+    bool phrase(const Phrase<Size>& expected) {
+        if (rest_.starts_with(Text(expected, length<Size>))) {
+            rest_.remove_prefix(length<Size>);
+            return true;
         }
-        rest_.remove_prefix(length<Size>);
-        return true;
-    }
-
-    // What matches may be nothing.
-    template <class Kind>
-    Text any(Kind kind) {
-        std::size_t end = 0;
-        while (end != rest_.size() && kind(rest_[end])) {
-            ++end;
-        }
-        const Text eaten = rest_.substr(0, end);
-        rest_.remove_prefix(end);
-        return eaten;
+        return looselyEaten(Text(expected, length<Size>));
     }
 
     template <class Kind>
-    bool some(Kind kind, Text& eaten) {
-        eaten = any(kind);
+    bool run(Text& eaten) {
+        eaten = Text(rest_.data(), ByteRuns::leading<Kind>(rest_));
+        rest_.remove_prefix(eaten.size());
         return !eaten.empty();
     }
 
-    bool blanks() { return !any(isBlank).empty(); }
+    bool digits(Text& eaten) { return run<ByteRuns::Digits>(eaten); }
 
-    // Blanks, then NAME=digits
-    template <std::size_t Size>
-    bool number(const Literal<Size>& nameAndEquals, Text& digits) {
-        return blanks() && literal(nameAndEquals) && some(isDigit, digits);
+    bool blanks() {
+        const std::size_t before = rest_.size();
+        while (!rest_.empty() && isBlank(rest_.front())) {
+            rest_.remove_prefix(1);
+        }
+        return rest_.size() != before;
     }
 
 private:
+    bool looselyEaten(Text expected) {
+        for (; !expected.empty(); expected.remove_prefix(1)) {
+            if (expected.front() == ' ') {
+                if (!blanks()) {
+                    return false;
+                }
+            } else if (rest_.starts_with(expected.front())) {
+                rest_.remove_prefix(1);
+            } else {
+                return false;
+            }
+        }
+        return true;
+    }
+
     Text rest_;
 };
 
@@ -137,11 +165,11 @@ constexpr Text headStart = "kernel: [";
 // What is before `comm="`, when the text ends as a record does.
 bool tailEaten(Text text, Orvo::Regex::Groups& groups, Text& before) {
     BackwardEater tail(text);
-    const bool eaten =
-        tail.number("errno=", groups[12]) && tail.blanks() && tail.number("res=", groups[11]) &&
-        tail.blanks() && tail.number("ino=", groups[10]) && tail.blanks() &&
-        tail.quoted("dev=\"", groups[9]) && tail.blanks() && tail.quoted("name=\"", groups[8]) &&
-        tail.blanks() && tail.quoted("comm=\"", groups[7]);
+    const bool eaten = tail.digits(groups[12]) && tail.phrase(" errno=") &&
+                       tail.digits(groups[11]) && tail.phrase(" res=") && tail.digits(groups[10]) &&
+                       tail.phrase("\" ino=") && tail.quoted(groups[9]) && tail.phrase("\" dev=") &&
+                       tail.quoted(groups[8]) && tail.phrase("\" name=") &&
+                       tail.quoted(groups[7]) && tail.phrase("comm=");
     before = tail.rest();
     return eaten;
 }
@@ -150,57 +178,58 @@ bool tailEaten(Text text, Orvo::Regex::Groups& groups, Text& before) {
 bool headEaten(Text text, Orvo::Regex::Groups& groups, Text& after) {
     Text ignored;
     ForwardEater head(text.substr(headStart.size()));
-    head.any(isBlank);
-    if (!head.some(isPoint, ignored) || !head.literal("][")) {
+    head.blanks();
+    if (!head.run<ByteRuns::DigitsAndPoints>(ignored) || !head.phrase("][")) {
         return false;
     }
-    head.any(isBlank);
-    const bool eaten =
-        head.literal("T") && head.some(isDigit, ignored) && head.literal("]") && head.blanks() &&
-        head.literal("audit:") && head.blanks() && head.literal("type=1800") && head.blanks() &&
-        head.literal("audit(") && head.some(isStamp, groups[1]) && head.literal("):") &&
-        head.number("pid=", groups[2]) && head.number("uid=", groups[3]) &&
-        head.number("auid=", groups[4]) && head.number("ses=", groups[5]) && head.blanks() &&
-        head.literal("op=appraise_data") && head.blanks() && head.literal("cause=");
+    head.blanks();
+    const bool eaten = head.phrase("T") && head.digits(ignored) &&
+                       head.phrase("] audit: type=1800 audit(") &&
+                       head.run<ByteRuns::DigitsPointsAndColons>(groups[1]) &&
+                       head.phrase("): pid=") && head.digits(groups[2]) && //
+                       head.phrase(" uid=") && head.digits(groups[3]) && head.phrase(" auid=") &&
+                       head.digits(groups[4]) && head.phrase(" ses=") && head.digits(groups[5]) &&
+                       head.phrase(" op=appraise_data cause=");
     after = head.rest();
     return eaten;
 }
 
-// What may stand between `cause=` and `comm="`, given the text before `comm="`.
+// What may stand between `cause=` and `comm="`, given the text before `comm="`: a cause without
+// line ends, then blanks. Of the blanks one is enough, the others belong to the cause; but a line
+// end among them ends it.
 class CauseRule {
 public:
-    explicit CauseRule(Text before) : end_(before.size()) {
-        std::size_t blanks = end_;
-        while (blanks != 0 && isBlank(before[blanks - 1])) {
-            --blanks;
-        }
-        hasBlanks_ = blanks != end_;
-        earliest_ = blanks;
-        while (earliest_ != 0 && !isLineEnd(before[earliest_ - 1])) {
-            --earliest_;
-        }
-        lineEnd_ = blanks;
-        while (lineEnd_ != end_ && !isLineEnd(before[lineEnd_])) {
-            ++lineEnd_;
+    explicit CauseRule(Text before)
+        : beforeBlanks_(before.substr(0, before.size() - trailingBlanks(before))) {
+        const Text blanks = before.substr(beforeBlanks_.size());
+        if (!blanks.empty()) {
+            const auto* const lineEnd = std::ranges::find_if(blanks, isLineEnd);
+            stop_ = std::min(static_cast<std::size_t>(lineEnd - before.begin()), before.size() - 1);
         }
     }
 
-    // Whether a cause may start there; `length` is then that of the longest one. Behind a line end
-    // only blanks may follow. Of the blanks one is enough, the others belong to the cause.
-    bool cause(std::size_t start, std::size_t& length) const {
-        const std::size_t stop = lineEnd_ == end_ ? end_ - 1 : lineEnd_;
-        if (!hasBlanks_ || start < earliest_ || start >= stop) {
+    // Whether a cause may start there; `length` is then that of the longest one. Starts are asked
+    // for from left to right.
+    bool cause(std::size_t start, std::size_t& length) {
+        if (start >= stop_ || start < earliest_) {
             return false;
         }
-        length = stop - start;
+        if (start < beforeBlanks_.size()) {
+            const Text words = beforeBlanks_.substr(start);
+            const std::size_t line = ByteRuns::trailing<ByteRuns::NoLineEnds>(words);
+            if (line != words.size()) {
+                earliest_ = beforeBlanks_.size() - line;
+                return false;
+            }
+        }
+        length = stop_ - start;
         return true;
     }
 
 private:
-    std::size_t end_;
-    bool hasBlanks_ = false;
-    std::size_t earliest_ = 0; // behind the last line end before the blanks
-    std::size_t lineEnd_ = 0;  // the first one among the blanks, or end_
+    Text beforeBlanks_;
+    std::size_t stop_ = 0;     // the longest cause ends there; 0 without blanks
+    std::size_t earliest_ = 0; // behind the last line end before the blanks, once one was met
 };
 
 } // namespace
@@ -211,7 +240,7 @@ bool appraisalSearch(Text text, Orvo::Regex::Groups& groups) {
     if (!tailEaten(text, groups, before)) {
         return false;
     }
-    const CauseRule rule(before);
+    CauseRule rule(before);
     for (std::size_t start = before.find(headStart); start != Text::npos;
          start = before.find(headStart, start + 1)) {
         Text after;

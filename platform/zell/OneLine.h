@@ -2,7 +2,8 @@
 // Text of unknown origin made safe for a line of output.
 #pragma once
 
-#include <algorithm>
+#include "platform/zell/ByteRuns.h"
+
 #include <string>
 #include <string_view>
 
@@ -12,12 +13,8 @@ namespace Zell {
 // a rule.
 inline void appendOneLine(std::string& line, std::string_view text) {
     constexpr std::string_view hexDigits = "0123456789abcdef";
-    const auto isControl = [](char c) {
-        return static_cast<unsigned char>(c) < 0x20 || c == '\x7f';
-    };
     while (!text.empty()) {
-        const auto plain =
-            static_cast<std::size_t>(std::ranges::find_if(text, isControl) - text.begin());
+        const std::size_t plain = ByteRuns::leading<ByteRuns::NoControls>(text);
         line += text.substr(0, plain);
         text.remove_prefix(plain);
         if (!text.empty()) {
