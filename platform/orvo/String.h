@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/Export.h"
+#include "platform/orvo/Threads.h"
 
 #include <compare>
 #include <cstddef>
@@ -10,6 +11,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Orvo {
 
@@ -27,25 +29,45 @@ public:
     explicit(false) String(const char* text)
         : String(text == nullptr ? std::string_view() : std::string_view(text)) {}
 
-    String(const String& other) noexcept;
+    String(const String& other) noexcept : block_(other.block_) {
+        if (block_ != nullptr) {
+            block_->count.increment();
+        }
+    }
 
-    String(String&& other) noexcept : block_(other.block_) { other.block_ = nullptr; }
+    String(String&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
 
-    String& operator=(const String& other) noexcept;
-    String& operator=(String&& other) noexcept;
-    ~String();
+    String& operator=(const String& other) noexcept {
+        String copy(other);
+        std::swap(block_, copy.block_);
+        return *this;
+    }
+
+    String& operator=(String&& other) noexcept {
+        std::swap(block_, other.block_);
+        return *this;
+    }
+
+    ~String() {
+        if (block_ != nullptr && block_->count.decrement() == 0) {
+            Block::free(block_);
+        }
+    }
 
     bool empty() const noexcept { return block_ == nullptr; }
 
     std::size_t size() const noexcept { return view().size(); }
 
     // Valid as long as any copy of this string lives.
-    std::string_view view() const noexcept;
+    std::string_view view() const noexcept {
+        return block_ == nullptr ? std::string_view()
+                                 : std::string_view(block_->text(), block_->size);
+    }
 
     explicit(false) operator std::string_view() const noexcept { return view(); }
 
     // NUL-terminated; same lifetime as view().
-    const char* c_str() const noexcept;
+    const char* c_str() const noexcept { return block_ == nullptr ? "" : block_->text(); }
 
     friend bool operator==(const String& a, const String& b) noexcept {
         return a.block_ == b.block_ || a.view() == b.view();
@@ -60,7 +82,17 @@ public:
     }
 
 private:
-    struct Block;
+    // The characters and a terminating NUL follow.
+    struct VESTREL_EXPORT Block {
+        RefCount count;
+        std::size_t size;
+
+        static Block* make(std::string_view text);
+        static void free(Block* block) noexcept;
+
+        char* text() noexcept { return reinterpret_cast<char*>(this + 1); }
+    };
+
     Block* block_ = nullptr;
 };
 

@@ -4,12 +4,10 @@
 
 #include "platform/orvo/Threads.h"
 
-#include <array>
 #include <cstring>
 #include <deque>
 #include <memory_resource>
 #include <mutex>
-#include <new>
 
 namespace Pelbin {
 
@@ -28,53 +26,34 @@ namespace {
 // Under the address sanitizer every object is its own heap block, so that a use after free is seen
 // instead of hidden by a pool.
 using Slabs = std::pmr::polymorphic_allocator<>;
+constexpr bool listsAreUsed = false;
 
 #else
 
-// Blocks of a pool. Small ones that are given back wait in a list of their size, where the next of
-// that size finds them at once.
 class Slabs {
 public:
     void* allocate_bytes(std::size_t bytes, std::size_t alignment) {
-        if (!isListed(bytes, alignment)) {
+        if (!Impl::lists.serve(bytes, alignment)) {
             return pool_.allocate(bytes, alignment);
         }
-        Waiting*& first = waiting_[listOf(bytes)];
-        if (first == nullptr) {
-            return pool_.allocate((listOf(bytes) + 1) * step, step);
-        }
-        Waiting* const taken = first;
-        first = taken->next;
-        return taken;
+        void* const waiting = Impl::lists.take(bytes);
+        return waiting != nullptr ? waiting
+                                  : pool_.allocate(Impl::Lists::rounded(bytes), Impl::Lists::step);
     }
 
     void deallocate_bytes(void* memory, std::size_t bytes, std::size_t alignment) noexcept {
-        if (!isListed(bytes, alignment)) {
+        if (Impl::lists.serve(bytes, alignment)) {
+            Impl::lists.put(memory, bytes);
+        } else {
             pool_.deallocate(memory, bytes, alignment);
-            return;
         }
-        Waiting*& first = waiting_[listOf(bytes)];
-        first = new (memory) Waiting{first};
     }
 
 private:
-    struct Waiting {
-        Waiting* next;
-    };
-
-    static constexpr std::size_t step = 16; // sizes are rounded up to it
-    static constexpr std::size_t lists = 64;
-    static_assert(step >= sizeof(Waiting) && step >= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
-
-    static bool isListed(std::size_t bytes, std::size_t alignment) noexcept {
-        return bytes != 0 && bytes <= lists * step && alignment <= step;
-    }
-
-    static std::size_t listOf(std::size_t bytes) noexcept { return (bytes - 1) / step; }
-
     std::pmr::unsynchronized_pool_resource pool_;
-    std::array<Waiting*, lists> waiting_{};
 };
+
+constexpr bool listsAreUsed = true;
 
 #endif
 
@@ -106,6 +85,8 @@ private:
 
 } // namespace
 
+constinit Impl::Lists Impl::lists(listsAreUsed);
+
 Account* accountIs(const char* typeName) {
     State& mine = state();
     const Guard guard(mine.mutex);
@@ -132,7 +113,7 @@ Account total() {
     return sum;
 }
 
-void* allocate(Account* account, std::size_t bytes, std::size_t alignment) {
+void* Impl::allocate(Account* account, std::size_t bytes, std::size_t alignment) {
     State& mine = state();
     const Guard guard(mine.mutex);
     void* const memory = mine.slabs.allocate_bytes(bytes, alignment);
@@ -141,7 +122,8 @@ void* allocate(Account* account, std::size_t bytes, std::size_t alignment) {
     return memory;
 }
 
-void deallocate(Account* account, void* memory, std::size_t bytes, std::size_t alignment) noexcept {
+void Impl::deallocate(Account* account, void* memory, std::size_t bytes,
+                      std::size_t alignment) noexcept {
     State& mine = state();
     const Guard guard(mine.mutex);
     --account->objects;

@@ -4,10 +4,13 @@
 #pragma once
 
 #include "platform/Export.h"
+#include "platform/orvo/Threads.h"
 
+#include <array>
 #include <cstddef>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Pelbin {
@@ -28,11 +31,78 @@ VESTREL_EXPORT std::vector<Account> accounts();
 // Objects and bytes alive in all accounts together.
 VESTREL_EXPORT Account total();
 
-// Throws std::bad_alloc when memory is out.
-VESTREL_EXPORT void* allocate(Account* account, std::size_t bytes, std::size_t alignment);
+namespace Impl {
 
+// Small blocks that were given back wait in a list of their size, where the next of that size finds
+// them at once.
+struct Waiting {
+    Waiting* next;
+};
+
+class VESTREL_EXPORT Lists {
+public:
+    constexpr explicit Lists(bool used) : used_(used) {}
+
+    static constexpr std::size_t step = 16; // sizes are rounded up to it
+    static_assert(step >= sizeof(Waiting) && step >= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+
+    // Whether blocks of that size and alignment may be taken from lists and put into them now.
+    bool serve(std::size_t bytes, std::size_t alignment) const noexcept {
+        return used_ && bytes != 0 && bytes <= count * step && alignment <= step;
+    }
+
+    // The memory that a block of that size occupies.
+    static std::size_t rounded(std::size_t bytes) noexcept { return (list(bytes) + 1) * step; }
+
+    void* take(std::size_t bytes) noexcept {
+        Waiting*& first = first_[list(bytes)];
+        return first == nullptr ? nullptr : std::exchange(first, first->next);
+    }
+
+    void put(void* memory, std::size_t bytes) noexcept {
+        Waiting*& first = first_[list(bytes)];
+        first = new (memory) Waiting{first};
+    }
+
+private:
+    static constexpr std::size_t count = 64;
+
+    static std::size_t list(std::size_t bytes) noexcept { return (bytes - 1) / step; }
+
+    bool used_;
+    std::array<Waiting*, count> first_{};
+};
+
+extern VESTREL_EXPORT Lists lists;
+
+VESTREL_EXPORT void* allocate(Account* account, std::size_t bytes, std::size_t alignment);
 VESTREL_EXPORT void deallocate(Account* account, void* memory, std::size_t bytes,
                                std::size_t alignment) noexcept;
+
+} // namespace Impl
+
+// Throws std::bad_alloc when memory is out.
+inline void* allocate(Account* account, std::size_t bytes, std::size_t alignment) {
+    if (!Orvo::threaded() && Impl::lists.serve(bytes, alignment)) {
+        if (void* const memory = Impl::lists.take(bytes); memory != nullptr) {
+            ++account->objects;
+            account->bytes += bytes;
+            return memory;
+        }
+    }
+    return Impl::allocate(account, bytes, alignment);
+}
+
+inline void deallocate(Account* account, void* memory, std::size_t bytes,
+                       std::size_t alignment) noexcept {
+    if (!Orvo::threaded() && Impl::lists.serve(bytes, alignment)) {
+        --account->objects;
+        account->bytes -= bytes;
+        Impl::lists.put(memory, bytes);
+        return;
+    }
+    Impl::deallocate(account, memory, bytes, alignment);
+}
 
 // Gives a class its operator new and delete. `Label::pelbinName` names the account.
 template <class Type>
