@@ -13,7 +13,7 @@ namespace Vestrel {
 namespace {
 
 // The audit framework's name of record type 1800.
-constexpr const char* auditType = "AUDIT_INTEGRITY_DATA";
+const Orvo::String auditType = "AUDIT_INTEGRITY_DATA";
 
 const Orvo::Regex appraisalRecord = Orvo::Regex::compile(appraisalPattern, &appraisalSearch);
 
@@ -30,7 +30,7 @@ void IntegritySyslogSm::processKernelMsg(const Orvo::String& message) {
     const std::string cause((*groups)[causeGroup]);
     const std::string file((*groups)[fileGroup]);
     const std::string command((*groups)[commandGroup]);
-    log(logHandles.VESTREL_INTEGRITY, Orvo::String(auditType), cause, file, command);
+    log(logHandles.VESTREL_INTEGRITY, auditType, cause, file, command);
 }
 
 } // namespace Vestrel

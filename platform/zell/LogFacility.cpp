@@ -7,7 +7,9 @@
 #include "platform/zell/LogSinks.h"
 #include "platform/zell/RateLimiter.h"
 
+#include <ctime>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -15,13 +17,25 @@ namespace Zell {
 
 namespace {
 
+constexpr std::size_t mostTextKept = 64 << 10; // in bytes, of memory for the next message
+
+// The monotonic clock at its last tick: some milliseconds are nothing to limits over seconds, and
+// reading it costs a fifth.
+std::chrono::steady_clock::time_point lastTick() {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
+    return std::chrono::steady_clock::time_point(std::chrono::seconds(time.tv_sec) +
+                                                 std::chrono::nanoseconds(time.tv_nsec));
+}
+
 struct State {
     RateLimiter limiter;
     LogLimit defaultLimit;
-    LogClock clock = std::chrono::steady_clock::now;
+    LogClock clock = lastTick;
     LogSink sink = journalOrSyslogSink();
     std::uint64_t messages = 0;
     std::uint64_t suppressed = 0;
+    std::string text;          // of the message being raised; kept for its memory
     std::weak_ptr<bool> timer; // alive while the event loop will report by itself
 };
 
@@ -40,6 +54,33 @@ BucketRule ruleOf(const LogHandle& handle) {
         limit.burst = handle.burst();
     }
     return {&handle.descriptor(), limit, handle.backoff()};
+}
+
+// The format up to its next directive, which it then begins with.
+std::string_view plainPart(std::string_view& format) {
+    const std::string_view plain = format.substr(0, format.find('%'));
+    format.remove_prefix(plain.size());
+    return plain;
+}
+
+void appendFormatted(std::string& text, std::string_view format,
+                     std::span<const Orvo::String> arguments) {
+    std::size_t size = format.size();
+    for (const Orvo::String& argument : arguments) {
+        size += argument.size();
+    }
+    text.reserve(text.size() + size);
+    std::size_t next = 0;
+    for (text += plainPart(format); !format.empty(); text += plainPart(format)) {
+        if (format.starts_with("%s")) {
+            text += next < arguments.size() ? arguments[next].view() : std::string_view();
+            ++next;
+            format.remove_prefix(2);
+        } else {
+            text += '%';
+            format.remove_prefix(format.starts_with("%%") ? 2 : 1);
+        }
+    }
 }
 
 void deliver(const LogMessage& message) {
@@ -92,7 +133,7 @@ LogLimit LogFacility::defaultLimit() {
 }
 
 void LogFacility::clockIs(LogClock clock) {
-    state().clock = clock ? std::move(clock) : LogClock(std::chrono::steady_clock::now);
+    state().clock = clock ? std::move(clock) : LogClock(lastTick);
     state().limiter = RateLimiter();
 }
 
@@ -128,35 +169,22 @@ bool LogFacility::okToLog(const LogHandle& handle, unsigned hash) {
     return true;
 }
 
-void LogFacility::log(const LogDescriptor& descriptor, std::span<const Orvo::String> arguments,
-                      const std::string& text) {
-    ++state().messages;
+void LogFacility::log(const LogDescriptor& descriptor, std::span<const Orvo::String> arguments) {
+    State& mine = state();
+    ++mine.messages;
+    // Taken out meanwhile, since a sink may raise a message itself.
+    std::string text = std::exchange(mine.text, std::string());
+    text.clear();
+    appendFormatted(text, descriptor.format, arguments);
     deliver({descriptor, arguments, text});
+    if (text.capacity() <= mostTextKept) {
+        mine.text = std::move(text);
+    }
 }
 
 std::string formatted(const char* format, std::span<const Orvo::String> arguments) {
-    std::string_view rest(format);
-    std::size_t size = rest.size();
-    for (const Orvo::String& argument : arguments) {
-        size += argument.size();
-    }
     std::string text;
-    text.reserve(size);
-    std::size_t next = 0;
-    for (std::size_t percent = rest.find('%'); percent != std::string_view::npos;
-         percent = rest.find('%')) {
-        text += rest.substr(0, percent);
-        rest.remove_prefix(percent);
-        if (rest.starts_with("%s")) {
-            text += next < arguments.size() ? arguments[next].view() : std::string_view();
-            ++next;
-            rest.remove_prefix(2);
-        } else {
-            text += '%';
-            rest.remove_prefix(rest.starts_with("%%") ? 2 : 1);
-        }
-    }
-    text += rest;
+    appendFormatted(text, format, arguments);
     return text;
 }
 

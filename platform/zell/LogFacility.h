@@ -61,8 +61,7 @@ public:
 private:
     friend class LogHandle;
     static bool okToLog(const LogHandle& handle, unsigned hash);
-    static void log(const LogDescriptor& descriptor, std::span<const Orvo::String> arguments,
-                    const std::string& text);
+    static void log(const LogDescriptor& descriptor, std::span<const Orvo::String> arguments);
 };
 
 // Puts the arguments in place of the "%s" of the format; "%%" is a percent sign. An argument too

@@ -5,8 +5,6 @@
 #include "platform/zell/Fnv.h"
 #include "platform/zell/LogFacility.h"
 
-#include <span>
-
 namespace Zell {
 
 LogHandle::LogHandle(const LogDescriptor* descriptor, Orvo::Duration interval, double backoff,
@@ -19,8 +17,7 @@ bool LogHandle::okToLog(unsigned hash) {
 }
 
 void LogHandle::log(const LogString& arguments) {
-    const std::span<const Orvo::String> texts = arguments.texts();
-    LogFacility::log(*descriptor_, texts, formatted(descriptor_->format, texts));
+    LogFacility::log(*descriptor_, arguments.texts());
 }
 
 } // namespace Zell

@@ -2,27 +2,11 @@
 // Arguments of a log message and their hash.
 #include "platform/zell/LogString.h"
 
-#include "platform/zell/Assertion.h"
 #include "platform/zell/Fnv.h"
 
 #include <algorithm>
 
 namespace Zell {
-
-void LogString::strIs(unsigned index, const Orvo::String& text) {
-    ZELL_ASSERT("LogString", index < maxArguments);
-    texts_[index] = text;
-}
-
-const Orvo::String& LogString::str(unsigned index) const {
-    ZELL_ASSERT("LogString", index < maxArguments);
-    return texts_[index];
-}
-
-std::span<const Orvo::String> LogString::texts() const {
-    ZELL_ASSERT("LogString", argumentCount <= maxArguments);
-    return std::span(texts_).first(argumentCount);
-}
 
 unsigned Impl::logArgsHash(const LogString& arguments, unsigned count) {
     std::uint32_t hash = fnvStart;

@@ -4,6 +4,7 @@
 
 #include "platform/Export.h"
 #include "platform/orvo/String.h"
+#include "platform/zell/Assertion.h"
 
 #include <array>
 #include <cstddef>
@@ -20,12 +21,22 @@ public:
     unsigned hash = 0; // of the arguments that take part in rate limiting
 
     // An index beyond maxArguments is the fatal assertion "index < maxArguments".
-    void strIs(unsigned index, const Orvo::String& text);
-    const Orvo::String& str(unsigned index) const;
+    void strIs(unsigned index, const Orvo::String& text) {
+        ZELL_ASSERT("LogString", index < maxArguments);
+        texts_[index] = text;
+    }
+
+    const Orvo::String& str(unsigned index) const {
+        ZELL_ASSERT("LogString", index < maxArguments);
+        return texts_[index];
+    }
 
     // The first argumentCount texts. More than maxArguments is the fatal assertion "argumentCount
     // <= maxArguments".
-    std::span<const Orvo::String> texts() const;
+    std::span<const Orvo::String> texts() const {
+        ZELL_ASSERT("LogString", argumentCount <= maxArguments);
+        return std::span(texts_).first(argumentCount);
+    }
 
 private:
     std::array<Orvo::String, maxArguments> texts_;

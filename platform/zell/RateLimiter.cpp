@@ -24,10 +24,21 @@ RateLimiter::Time RateLimiter::Bucket::due() const noexcept {
     return lastRefusal + std::chrono::duration_cast<Time::duration>(interval);
 }
 
+RateLimiter::Bucket* RateLimiter::bucketIfAny(unsigned hash) noexcept {
+    if (!buckets_.empty() && buckets_.front().hash == hash) {
+        return &buckets_.front();
+    }
+    const auto found = index_.find(hash);
+    if (found == index_.end()) {
+        return nullptr;
+    }
+    buckets_.splice(buckets_.begin(), buckets_, found->second);
+    return &buckets_.front();
+}
+
 RateLimiter::Bucket& RateLimiter::bucket(unsigned hash, const BucketRule& rule, Time now) {
-    if (const auto found = index_.find(hash); found != index_.end()) {
-        buckets_.splice(buckets_.begin(), buckets_, found->second);
-        return buckets_.front();
+    if (Bucket* const found = bucketIfAny(hash); found != nullptr) {
+        return *found;
     }
     if (buckets_.size() == LogFacility::maxBuckets) {
         const Bucket& oldest = buckets_.back();
@@ -48,10 +59,13 @@ void RateLimiter::refill(Bucket& bucket, const BucketRule& rule, Time now) noexc
     if (now - bucket.lastRefusal >= bucket.interval) {
         bucket.interval = intervalOf(rule);
     }
-    const Seconds elapsed = now - bucket.refilled;
-    bucket.tokens = bucket.interval.count() <= 0
-                        ? burst
-                        : std::min(burst, bucket.tokens + burst * (elapsed / bucket.interval));
+    if (bucket.interval.count() <= 0) {
+        bucket.tokens = burst;
+    } else if (now != bucket.refilled) {
+        const Seconds elapsed = now - bucket.refilled;
+        bucket.tokens += burst * (elapsed / bucket.interval);
+    }
+    bucket.tokens = std::min(burst, bucket.tokens);
     bucket.refilled = now;
 }
 
@@ -74,8 +88,8 @@ bool RateLimiter::allowed(unsigned hash, const BucketRule& rule, Time now) {
 }
 
 std::uint64_t RateLimiter::takeSuppressed(unsigned hash) noexcept {
-    const auto found = index_.find(hash);
-    return found == index_.end() ? 0 : std::exchange(found->second->suppressed, 0U);
+    Bucket* const found = bucketIfAny(hash);
+    return found == nullptr ? 0 : std::exchange(found->suppressed, 0U);
 }
 
 std::vector<RateLimiter::Report> RateLimiter::takeDue(Time now, bool all) {

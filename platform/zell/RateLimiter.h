@@ -58,6 +58,8 @@ private:
         Time due() const noexcept;
     };
 
+    // Moves it to the front; null when there is none.
+    Bucket* bucketIfAny(unsigned hash) noexcept;
     Bucket& bucket(unsigned hash, const BucketRule& rule, Time now);
     static void refill(Bucket& bucket, const BucketRule& rule, Time now) noexcept;
 
