@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrel-bench-log [--rounds N] [--tilings N] [--json FILE]: what a kernel line costs on its way
 // from the socket to the log, and what the worst lines cost. Needs root.
-#include "bench/Queue.h"
+#include "bench/PrivateSystem.h"
 #include "bench/Report.h"
 #include "bench/Roads.h"
 #include "bench/SearchCost.h"

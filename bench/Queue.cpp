@@ -4,8 +4,6 @@
 
 #include "syslog/IntegritySyslogSm.h"
 
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -13,13 +11,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 
 namespace Vestrel::Bench {
 
 namespace {
-
-constexpr const char* queueLength = "/proc/sys/net/unix/max_dgram_qlen";
 
 void demand(bool success, const char* step) {
     if (!success) {
@@ -29,13 +24,6 @@ void demand(bool success, const char* step) {
 }
 
 } // namespace
-
-void privateSystem() {
-    demand(unshare(CLONE_NEWNS | CLONE_NEWNET) == 0, "unshare");
-    demand(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount /");
-    demand(mount("tmpfs", "/run", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") == 0, "mount /run");
-    std::ofstream(queueLength) << 1000; // of this network namespace
-}
 
 Queue::Queue() : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
     sockaddr_un address{};

@@ -10,10 +10,6 @@
 
 namespace Vestrel::Bench {
 
-// Gives the process a /run of its own, where the socket will be, and long datagram queues. Ends the
-// process with a message when that cannot be had.
-void privateSystem();
-
 class Queue {
 public:
     // Connects to the socket of a state machine that is there.

@@ -51,8 +51,13 @@ void Report::atLeast(const std::string& name, const Spread& value, double goal) 
     add({name, value, "ratio", ">= " + shown(goal), value.median >= goal});
 }
 
+void Report::atMost(const std::string& name, const Spread& value, double goal,
+                    const std::string& unit) {
+    add({name, value, unit, "< " + shown(goal), value.median < goal});
+}
+
 void Report::atMost(const std::string& name, double value, double goal, const std::string& unit) {
-    add({name, {value, value, value}, unit, "< " + shown(goal), value < goal});
+    atMost(name, Spread{value, value, value}, goal, unit);
 }
 
 bool Report::write(const std::string& path) const {

@@ -24,6 +24,7 @@ public:
 
     // The same, with the goal it is to reach: at least (or at most) that.
     void atLeast(const std::string& name, const Spread& value, double goal);
+    void atMost(const std::string& name, const Spread& value, double goal, const std::string& unit);
     void atMost(const std::string& name, double value, double goal, const std::string& unit);
 
     void title(const std::string& text) const;

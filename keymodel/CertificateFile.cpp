@@ -109,7 +109,8 @@ int checkKind(const struct stat& status) {
     return status.st_size > static_cast<off_t>(maxCertificateFileSize) ? EFBIG : 0;
 }
 
-// Reads to the end, whatever size the file was said to have: it may change while it is read.
+// Reads to the end, whatever size the file was said to have: it may change while it is read. A read
+// that gives that very size and less than was asked for has met the end.
 int readToEnd(int fd, std::size_t expected, Bytes& content) {
     content.resize(std::max(expected + 1, smallestRead));
     std::size_t used = 0;
@@ -118,13 +119,20 @@ int readToEnd(int fd, std::size_t expected, Bytes& content) {
         if (count < 0 && errno != EINTR) {
             return errno;
         }
+        if (count < 0) {
+            continue;
+        }
         if (count == 0) {
             content.resize(used);
             return used == 0 ? EINVAL : 0;
         }
-        used += static_cast<std::size_t>(std::max(count, ssize_t{0}));
+        used += static_cast<std::size_t>(count);
         if (used > maxCertificateFileSize) {
             return EFBIG;
+        }
+        if (used == expected && used < content.size()) {
+            content.resize(used);
+            return 0;
         }
         if (used == content.size()) {
             content.resize(std::min(2 * used, maxCertificateFileSize + 1));

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the state machine's ways between a directory and a keyring cost, beside the least that can
+// be done for the same result and beside the tools of the field.
+#pragma once
+
+#include "bench/Certificates.h"
+#include "bench/Report.h"
+
+#include <cstddef>
+#include <vector>
+
+namespace Vestrel::Bench {
+
+// The directory that stands for the certificates of ".ima".
+inline constexpr const char* imaDirectory = "/etc/keys/ima";
+
+// Start-up with each of these numbers of certificates, against open, read and add_key of the same
+// files.
+void measureStartUps(Report& report, Certificates& certificates,
+                     const std::vector<std::size_t>& counts, unsigned rounds);
+
+// Start-up against shell loops of keyctl and, where it is installed, evmctl.
+void measureTools(Report& report, Certificates& certificates, std::size_t count, unsigned rounds);
+
+// One file renamed into the directory, with few and with many keys on record.
+void measureChanges(Report& report, Certificates& certificates,
+                    const std::vector<std::size_t>& counts, unsigned changes);
+
+// From a rename to the key in the keyring, in a process of its own, against a bare wait for inotify
+// and add_key.
+void measureLatency(Report& report, Certificates& certificates, unsigned changes);
+
+// Files renamed into the directory as fast as they can be, all of which are to be loaded.
+void measureBurst(Report& report, Certificates& certificates, std::size_t count);
+
+// Resident memory of a process that follows so many certificates.
+void measureMemory(Report& report, Certificates& certificates, std::size_t count);
+
+} // namespace Vestrel::Bench
