@@ -81,7 +81,7 @@ std::vector<double> latencies(Certificates& certificates, Follower::Kind kind, u
     std::vector<double> spent;
     for (unsigned i = 0; i < count; ++i) {
         spent.push_back(latency(ring, i));
-        follower.awaitRest();
+        follower.process().awaitRest();
     }
     return spent;
 }
@@ -136,10 +136,11 @@ void measureMemory(Report& report, Certificates& certificates, std::size_t count
     report.title("resident memory");
     certificates.write(imaDirectory, 0);
     freshRing();
-    const double empty = Follower(Follower::Kind::stateMachine, freshRing()).residentBytes();
+    const double empty =
+        Follower(Follower::Kind::stateMachine, freshRing()).process().residentBytes();
     certificates.write(imaDirectory, count);
     const Follower follower(Follower::Kind::stateMachine, freshRing());
-    const double full = follower.residentBytes();
+    const double full = follower.process().residentBytes();
     report.figure("memory: no keys", empty / 1e6, "MB");
     report.atMost("memory: " + std::to_string(count) + " keys and files", full / 1e6, 20, "MB");
     report.figure("memory: a key and its file", (full - empty) / static_cast<double>(count),

@@ -6,19 +6,13 @@
 #include "bench/Rings.h"
 #include "keyring/IntegrityKeyringSm.h"
 #include "platform/zell/ActivityManager.h"
-#include "platform/zell/OwnedFd.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -27,22 +21,24 @@ namespace Vestrel::Bench {
 
 namespace {
 
-void tellReady(int pipe) {
-    [[maybe_unused]] const auto written = write(pipe, "r", 1);
+constexpr const char* readyFile = "/run/vestrel-bench-ready";
+
+void tellReady() {
+    std::ofstream(readyFile).flush();
 }
 
-[[noreturn]] void followByStateMachine(int ready) {
+[[noreturn]] void followByStateMachine() {
     const auto loop = Zell::ActivityFacility::activityManager();
     const auto sm = integrityKeyringSmFactory(Orvo::makeNode<IntegrityKeyringColl>());
-    tellReady(ready);
+    tellReady();
     loop->run();
     _exit(1);
 }
 
-[[noreturn]] void followBarely(int ready, key_serial_t ring) {
+[[noreturn]] void followBarely(key_serial_t ring) {
     const int inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     inotify_add_watch(inotify, imaDirectory, IN_CLOSE_WRITE | IN_MOVE | IN_DELETE);
-    tellReady(ready);
+    tellReady();
     alignas(inotify_event) std::array<char, 4096> buffer; // NOLINT: filled by read()
     for (pollfd wait{inotify, POLLIN, 0};;) {
         poll(&wait, 1, -1);
@@ -57,62 +53,23 @@ void tellReady(int pipe) {
     }
 }
 
-std::string statusLine(pid_t process, const std::string& name) {
-    std::ifstream status("/proc/" + std::to_string(process) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(name)) {
-            return line.substr(name.size());
-        }
-    }
-    return {};
-}
-
 } // namespace
 
-Follower::Follower(Kind kind, key_serial_t ring) {
-    std::array<int, 2> ready{};
-    if (pipe(ready.data()) == -1 || (process_ = fork()) == -1) {
-        std::perror("pipe or fork");
-        std::exit(1);
+Follower::Follower(Kind kind, key_serial_t ring)
+    : process_({"/proc/self/exe", "--follow",
+                std::to_string(ring) + (kind == Kind::bare ? " bare" : " state-machine")},
+               "/dev/null") {
+    while (!std::filesystem::remove(readyFile)) {
     }
-    if (process_ == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const std::string words = std::to_string(ready[1]) + " " + std::to_string(ring) +
-                                  (kind == Kind::bare ? " bare" : " state-machine");
-        execl("/proc/self/exe", "vestrel-bench-keyring", "--follow", words.c_str(), nullptr);
-        _exit(1);
-    }
-    const Zell::OwnedFd readEnd(ready[0]);
-    close(ready[1]);
-    char answer = 0;
-    if (read(readEnd.get(), &answer, 1) != 1) {
-        std::fputs("a follower did not start\n", stderr);
-        std::exit(1);
-    }
-    awaitRest();
+    process_.awaitRest();
 }
 
 void Follower::follow(const std::string& words) {
-    int ready = -1;
     key_serial_t ring = 0;
     std::string kind;
-    std::istringstream(words) >> ready >> ring >> kind;
+    std::istringstream(words) >> ring >> kind;
     standInIs(ring);
-    kind == "bare" ? followBarely(ready, ring) : followByStateMachine(ready);
-}
-
-Follower::~Follower() {
-    kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
-}
-
-void Follower::awaitRest() const {
-    while (statusLine(process_, "State:").find('S') == std::string::npos) {
-    }
-}
-
-double Follower::residentBytes() const {
-    return std::strtod(statusLine(process_, "VmRSS:").c_str(), nullptr) * 1024;
+    kind == "bare" ? followBarely(ring) : followByStateMachine();
 }
 
 } // namespace Vestrel::Bench

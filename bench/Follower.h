@@ -2,8 +2,9 @@
 // A process that follows the directory of ".ima".
 #pragma once
 
+#include "bench/Process.h"
+
 #include <keyutils.h>
-#include <sys/types.h>
 
 #include <string>
 
@@ -23,17 +24,10 @@ public:
     // What main() does in that process: `words` are what the constructor put on its command line.
     [[noreturn]] static void follow(const std::string& words);
 
-    Follower(const Follower&) = delete;
-    Follower& operator=(const Follower&) = delete;
-    ~Follower();
-
-    // Until it sleeps.
-    void awaitRest() const;
-
-    double residentBytes() const;
+    const Process& process() const { return process_; }
 
 private:
-    pid_t process_;
+    Process process_;
 };
 
 } // namespace Vestrel::Bench

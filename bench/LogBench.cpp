@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrel-bench-log [--rounds N] [--tilings N] [--json FILE]: what a kernel line costs on its way
 // from the socket to the log, and what the worst lines cost. Needs root.
+#include "bench/Peer.h"
 #include "bench/PrivateSystem.h"
 #include "bench/Report.h"
 #include "bench/Roads.h"
 #include "bench/SearchCost.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -57,11 +59,15 @@ Options parsed(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     using namespace Vestrel::Bench;
+    if (argc == 2 && std::string_view(argv[1]) == "--serve-lines") {
+        serveLines(); // in a process of measurePeer()
+    }
     const Options options = parsed(argc, argv);
     privateSystem();
     Report report;
     compareRoads(report, options.rounds);
     measureSearches(report, options.tilings);
+    measurePeer(report, 100000, std::max(options.rounds / 3, 3U));
     if (!options.json.empty() && !report.write(options.json)) {
         std::fprintf(stderr, "cannot write %s\n", options.json.c_str());
         return 1;

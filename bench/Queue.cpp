@@ -23,31 +23,42 @@ void demand(bool success, const char* step) {
     }
 }
 
-} // namespace
-
-Queue::Queue() : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
+Zell::OwnedFd connected(const char* path, int flags) {
+    Zell::OwnedFd end(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | flags, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, IntegritySyslogSm::socketPath, sizeof(address.sun_path) - 1);
+    std::strncpy(address.sun_path, path, sizeof(address.sun_path) - 1);
+    demand(!!end, "socket");
+    demand(connect(end.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
+           "connect");
+    return end;
+}
+
+} // namespace
+
+Queue::Queue() : socket_(connected(IntegritySyslogSm::socketPath, SOCK_NONBLOCK)) {
     const int room = 16 << 20;
-    demand(socket_.get() != -1, "socket");
     demand(setsockopt(socket_.get(), SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof room) == 0,
            "SO_SNDBUFFORCE");
-    demand(connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
-           "connect");
 }
 
 std::size_t Queue::fill(const std::vector<std::string_view>& lines, std::size_t most) {
     std::size_t sent = 0;
     while (sent != most) {
         const std::string_view line = lines[sent % lines.size()];
-        if (send(socket_.get(), line.data(), line.size(), 0) == -1) {
+        if (::send(socket_.get(), line.data(), line.size(), 0) == -1) {
             demand(errno == EAGAIN, "send");
             break;
         }
         ++sent;
     }
     return sent;
+}
+
+BlockingSender::BlockingSender(const char* path) : socket_(connected(path, 0)) {}
+
+void BlockingSender::send(std::string_view line) {
+    demand(::send(socket_.get(), line.data(), line.size(), 0) != -1, "send");
 }
 
 } // namespace Vestrel::Bench

@@ -22,4 +22,15 @@ private:
     Zell::OwnedFd socket_;
 };
 
+// Waits while the other side's queue is full.
+class BlockingSender {
+public:
+    explicit BlockingSender(const char* path);
+
+    void send(std::string_view line);
+
+private:
+    Zell::OwnedFd socket_;
+};
+
 } // namespace Vestrel::Bench

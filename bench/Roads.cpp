@@ -2,6 +2,7 @@
 // Time a datagram on each road from the socket to the log.
 #include "bench/Roads.h"
 
+#include "bench/Lines.h"
 #include "bench/Queue.h"
 #include "logmsg/LogCall.h"
 #include "logmsg/LogMessages.h"
@@ -9,7 +10,6 @@
 #include "platform/zell/LogSinks.h"
 #include "syslog/AppraisalPattern.h"
 #include "syslog/IntegritySyslogSm.h"
-#include "tests/fuzz/AppraisalLines.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -27,8 +27,6 @@
 namespace Vestrel::Bench {
 
 namespace {
-
-using Lines = std::vector<std::string_view>;
 
 constexpr std::size_t datagramsInRound = 10000;
 constexpr std::size_t datagramsInQueue = 500;
@@ -165,26 +163,6 @@ void compare(Report& report, const std::string& kind, const Lines& lines, Goals 
     report.atLeast(kind + ": of bare read", spreadOf(ratios(roads[0], roads[1])), goals.ofRead);
     report.atLeast(kind + ": over standard matcher", spreadOf(ratios(roads[2], roads[1])),
                    goals.overStandard);
-}
-
-enum class Kind { record, nearlyRecord, other };
-
-Kind kindOf(std::string_view line) {
-    Orvo::Regex::Groups groups;
-    if (appraisalSearch(line, groups)) {
-        return Kind::record;
-    }
-    return line.find("op=appraise") == std::string_view::npos ? Kind::other : Kind::nearlyRecord;
-}
-
-Lines linesOf(Kind kind) {
-    Lines lines;
-    for (const std::string_view line : Tests::ordinaryLines()) {
-        if (kindOf(line) == kind) {
-            lines.push_back(line);
-        }
-    }
-    return lines;
 }
 
 } // namespace
