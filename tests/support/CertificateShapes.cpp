@@ -276,10 +276,10 @@ CertificateShape indefiniteAlgorithm() {
                 inside.insert(inside.end(), open.begin(), open.end());
                 inside.insert(inside.end(), der.begin() + static_cast<std::ptrdiff_t>(signature),
                               der.end());
-                Bytes whole{0x30, 0x82, static_cast<std::uint8_t>(inside.size() >> 8U),
-                            static_cast<std::uint8_t>(inside.size() & 0xffU)};
-                whole.insert(whole.end(), inside.begin(), inside.end());
-                return whole;
+                const std::size_t size = inside.size();
+                inside.insert(inside.begin(), {0x30, 0x82, static_cast<std::uint8_t>(size >> 8U),
+                                               static_cast<std::uint8_t>(size & 0xffU)});
+                return inside;
             }};
 }
 
