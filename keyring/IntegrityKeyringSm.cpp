@@ -28,7 +28,9 @@ IntegrityKeyringSm::IntegrityKeyringSm(const Orvo::Ptr<IntegrityKeyringColl>& co
         // No destructor runs for a half-built object: what is open is closed here.
         keyringWatchFileDescriptorsDelAll();
         inotifyDescriptorsDelAll();
-        closeAllFd();
+        for (auto info = watcherInfos_.iterator(); info; ++info) {
+            giveUp(*info);
+        }
         watcherInfosDelAll();
         throw;
     }

@@ -171,6 +171,10 @@ public:
     static Zell::TraceHandle& traceHandle();
 
 private:
+    // Closes what a start-up that ends in an exception has opened. Without traces, which need the
+    // memory that may be out.
+    static void giveUp(const KeyringWatcherInfo& info) noexcept;
+
     Orvo::Ptr<IntegrityKeyringColl> integrityKeyringColl_;
     Orvo::Ptr<IntegrityKeyLoader> keyLoader_;
     WatcherInfoMap watcherInfos_;

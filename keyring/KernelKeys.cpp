@@ -28,6 +28,7 @@ IntegrityKey IntegrityKeyringSm::getKey(S32 keyId, const Orvo::String& keyringNa
     DUOLOG(5, "keyctl_describe_alloc: ", text);
 
     std::istringstream fields(text);
+    fields.exceptions(std::ios_base::badbit); // memory that is out makes no shorter description
     std::string field;
     std::getline(fields, field, fieldDelimiter);
     const Orvo::String type(field);

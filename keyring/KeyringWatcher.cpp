@@ -23,11 +23,11 @@ void IntegrityKeyringSm::createWatcher(const Orvo::String& keyringName) {
     try {
         info = createInotifyWatch(info);
         info = createKeyringWatch(info);
+        watcherInfosIs(info);
     } catch (...) {
-        watcherInfosIs(info); // so that what is open is on record when start-up is given up
+        giveUp(info); // it is not on record
         throw;
     }
-    watcherInfosIs(info);
 
     KeyringStock stock(operation, *this, keyringName, keyColl);
     stock.existingKeysRead(keyringId);

@@ -40,4 +40,12 @@ void IntegrityKeyringSm::closeAllFd() {
     }
 }
 
+void IntegrityKeyringSm::giveUp(const KeyringWatcherInfo& info) noexcept {
+    for (const int descriptor : {info.readFd, info.writeFd, info.inotifyFd}) {
+        if (descriptor != 0) {
+            close(descriptor);
+        }
+    }
+}
+
 } // namespace Vestrel

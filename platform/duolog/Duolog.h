@@ -17,6 +17,7 @@ namespace Duolog {
 template <class Value>
 std::string textOf(const Value& value) {
     std::ostringstream out;
+    out.exceptions(std::ios_base::badbit); // memory that is out leaves as what it is
     out << value;
     return std::move(out).str();
 }

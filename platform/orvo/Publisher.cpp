@@ -39,6 +39,7 @@ void Publisher::subscriberIs(Subscriber& subscriber, bool whileInactive) {
     if (Subscription* const present = find(subscriber)) {
         present->whileInactive = whileInactive;
     } else {
+        subscriptions_.reserve(subscriptions_.size() + 1); // so that both know the other or neither
         subscriber.publishers_.push_back(this);
         subscriptions_.push_back({&subscriber, whileInactive});
     }

@@ -190,11 +190,11 @@ int ActivityManager::onAgain(sd_event_source* /*source*/, std::uint64_t /*now*/,
     auto* const descriptor = static_cast<FileDescriptor*>(fileDescriptor);
     const Orvo::Ptr<ActivityManager> manager = descriptor->manager_;
     descriptor->watchDel();
-    descriptor->reevaluate();
+    manager->guarded([&] { descriptor->reevaluate(); });
     return 0;
 }
 
-void ActivityManagerConfig::useEpollIs(bool value) noexcept {
+void ActivityManagerConfig::useEpollIs(bool value) {
     if (std::exchange(useEpoll_, value) != value) {
         ActivityFacility::reactorsReevaluate();
     }
@@ -218,12 +218,18 @@ Orvo::Ptr<ActivityManager> ActivityFacility::activityManagerIfAny() noexcept {
     return {current};
 }
 
-void ActivityFacility::reactorsReevaluate() noexcept {
+void ActivityFacility::reactorsReevaluate() {
     // Held: the last watch that ends takes the loop along, with its handlers and what they hold.
-    const auto& all = DescriptorRegistry::all();
-    const std::vector<Orvo::Ptr<FileDescriptor>> descriptors(all.begin(), all.end());
-    for (const Orvo::Ptr<FileDescriptor>& descriptor : descriptors) {
-        descriptor->reevaluate();
+    const Orvo::Ptr<ActivityManager> loop = activityManagerIfAny();
+    const std::vector<FileDescriptor*>& all = DescriptorRegistry::all();
+    // By index and without a copy: sinks may make and drop descriptors, and ending watches needs no
+    // memory.
+    for (std::size_t i = 0; i < all.size();) {
+        const FileDescriptor* const current = all[i];
+        Orvo::Ptr<FileDescriptor>(all[i])->reevaluate();
+        if (i < all.size() && all[i] == current) {
+            ++i;
+        }
     }
 }
 

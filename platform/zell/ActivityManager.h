@@ -95,7 +95,7 @@ public:
     // machine switches it on.
     bool useEpoll() const noexcept { return useEpoll_; }
 
-    void useEpollIs(bool value) noexcept;
+    void useEpollIs(bool value);
 
 private:
     bool useEpoll_ = false;
@@ -111,8 +111,9 @@ public:
     // The loop if there is one, or null.
     static Orvo::Ptr<ActivityManager> activityManagerIfAny() noexcept;
 
-    // Has every descriptor look again at whether it is to be watched.
-    static void reactorsReevaluate() noexcept;
+    // Has every descriptor look again at whether it is to be watched. Throws std::bad_alloc where a
+    // watch begins and memory is out.
+    static void reactorsReevaluate();
 };
 
 } // namespace Zell

@@ -108,7 +108,7 @@ bool FileDescriptor::shouldBeWatched() const noexcept {
            publisherIfAny()->hasActiveSubscriber();
 }
 
-void FileDescriptor::reevaluate() noexcept {
+void FileDescriptor::reevaluate() {
     if (shouldBeWatched()) {
         watchIs();
     } else {
@@ -116,7 +116,7 @@ void FileDescriptor::reevaluate() noexcept {
     }
 }
 
-void FileDescriptor::watchIs() noexcept {
+void FileDescriptor::watchIs() {
     if (source_ != nullptr) {
         return;
     }

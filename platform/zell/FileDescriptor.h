@@ -76,7 +76,7 @@ public:
 
     // Starts or ends the watch according to what is set now. Called by the framework whenever
     // something that counts has changed.
-    void reevaluate() noexcept;
+    void reevaluate();
 
 private:
     friend class ActivityManager;
@@ -84,7 +84,7 @@ private:
     static TraceHandle& traceHandle();
 
     bool shouldBeWatched() const noexcept;
-    void watchIs() noexcept;
+    void watchIs();
     void watchDel() noexcept;
     void nonBlockingApply();
     void readableReport();

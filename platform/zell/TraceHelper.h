@@ -14,6 +14,7 @@ class TraceHelper {
 public:
     TraceHelper(const TraceHandle& handle, int level, std::string_view operation)
         : handle_(handle), level_(level) {
+        text_.exceptions(std::ios_base::badbit);
         text_ << operation << ": ";
     }
 

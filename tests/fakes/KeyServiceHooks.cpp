@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Defines libkeyutils' functions in the test executable, so that every library beside it calls
 // them.
+#include "tests/fakes/Aside.h"
 #include "tests/fakes/KeyService.h"
 #include "tests/fakes/Misuse.h"
 
 #include <keyutils.h>
 
+using Vestrel::Tests::Aside;
 using Vestrel::Tests::KeyService;
 using Vestrel::Tests::misuse;
 
@@ -25,31 +27,38 @@ extern "C" {
 
 key_serial_t find_key_by_type_and_desc(const char* type, const char* desc,
                                        key_serial_t destringid) {
+    const Aside aside;
     return KeyService::installed("find_key_by_type_and_desc").findKey(type, desc, destringid);
 }
 
 int keyctl_read_alloc(key_serial_t id, void** buffer) {
+    const Aside aside;
     return KeyService::installed("keyctl_read_alloc").readAlloc(id, buffer);
 }
 
 long keyctl_describe(key_serial_t id, char* buffer, size_t buflen) {
+    const Aside aside;
     return KeyService::installed("keyctl_describe").describe(id, buffer, buflen);
 }
 
 int keyctl_describe_alloc(key_serial_t id, char** buffer) {
+    const Aside aside;
     return KeyService::installed("keyctl_describe_alloc").describeAlloc(id, buffer);
 }
 
 long keyctl_unlink(key_serial_t id, key_serial_t ringid) {
+    const Aside aside;
     return KeyService::installed("keyctl_unlink").unlinkKey(id, ringid);
 }
 
 long keyctl_watch_key(key_serial_t id, int watchQueueFd, int watchId) {
+    const Aside aside;
     return KeyService::installed("keyctl_watch_key").watchKey(id, watchQueueFd, watchId);
 }
 
 key_serial_t add_key(const char* type, const char* description, const void* payload, size_t plen,
                      key_serial_t ringid) {
+    const Aside aside;
     return KeyService::installed("add_key").addKeyCall(type, description, payload, plen, ringid);
 }
 

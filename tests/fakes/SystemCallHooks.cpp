@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Defines the watched system calls in the test executable, in front of libc's.
+#include "tests/fakes/Aside.h"
 #include "tests/fakes/KeyService.h"
 #include "tests/fakes/Misuse.h"
 #include "tests/fakes/RealCalls.h"
@@ -18,6 +19,7 @@
 #include <cstring>
 
 using Vestrel::Tests::Answer;
+using Vestrel::Tests::Aside;
 using Vestrel::Tests::KeyService;
 using Vestrel::Tests::misuse;
 using Vestrel::Tests::SystemCalls;
@@ -119,6 +121,7 @@ ssize_t readFromModels(int descriptor, void* buffer, std::size_t size) {
 extern "C" {
 
 int pipe2(int descriptors[2], int flags) noexcept {
+    const Aside aside;
     if (const auto answer = answered("pipe2", [&] { return hexFlags(flags); })) {
         return static_cast<int>(answer->value);
     }
@@ -129,6 +132,7 @@ int pipe2(int descriptors[2], int flags) noexcept {
 }
 
 int ioctl(int descriptor, unsigned long request, ...) noexcept {
+    const Aside aside;
     va_list arguments;
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
@@ -146,6 +150,7 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
 }
 
 int inotify_init1(int flags) noexcept {
+    const Aside aside;
     if (const auto answer = answered("inotify_init1", [&] { return hexFlags(flags); })) {
         return static_cast<int>(answer->value);
     }
@@ -153,6 +158,7 @@ int inotify_init1(int flags) noexcept {
 }
 
 int inotify_add_watch(int descriptor, const char* path, uint32_t mask) noexcept {
+    const Aside aside;
     if (const auto answer = answered(
             "inotify_add_watch", [&] { return text(descriptor) + " " + path + " " + hex(mask); })) {
         return static_cast<int>(answer->value);
@@ -161,6 +167,7 @@ int inotify_add_watch(int descriptor, const char* path, uint32_t mask) noexcept 
 }
 
 ssize_t read(int descriptor, void* buffer, size_t size) {
+    const Aside aside;
     if (const auto answer =
             answered("read", [&] { return text(descriptor) + " " + std::to_string(size); })) {
         return answer->value;
@@ -183,6 +190,7 @@ ssize_t __read_chk(int descriptor, void* buffer, size_t size, size_t room) {
 }
 
 int close(int descriptor) {
+    const Aside aside;
     const auto answer = answered("close", [&] { return text(descriptor); });
     const int scriptedError = errno;
     const int result = Real::close(descriptor);
@@ -197,6 +205,7 @@ int close(int descriptor) {
 }
 
 int socket(int domain, int type, int protocol) noexcept {
+    const Aside aside;
     if (const auto answer = answered(
             "socket", [&] { return text(domain) + " " + hexFlags(type) + " " + text(protocol); })) {
         return static_cast<int>(answer->value);
@@ -205,6 +214,7 @@ int socket(int domain, int type, int protocol) noexcept {
 }
 
 int bind(int descriptor, const sockaddr* address, socklen_t size) noexcept {
+    const Aside aside;
     const bool hasPath = isUnixPath(address, size);
     if (const auto answer = answered("bind", [&] {
             return text(descriptor) + " " + (hasPath ? pathOf(address, size) : "?") + " " +
@@ -223,6 +233,7 @@ int bind(int descriptor, const sockaddr* address, socklen_t size) noexcept {
 }
 
 int unlink(const char* path) noexcept {
+    const Aside aside;
     if (const auto answer = answered("unlink", [&] { return std::string(path); })) {
         return static_cast<int>(answer->value);
     }

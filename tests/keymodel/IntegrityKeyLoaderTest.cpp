@@ -173,6 +173,19 @@ TEST_F(KeyLoader, LooksAgainWhenTheSerialNowNamesAKeyringWhoseNameOnlyEndsAlike)
     EXPECT_TRUE(keys.keysOf("not.ima").empty());
 }
 
+TEST_F(KeyLoader, LooksAgainWhenTheSerialNowNamesAKeyringWithAShorterTextThanTheName) {
+    const std::string file = der();
+    keys.keyring(".secondary_trusted_keys");
+    ASSERT_GT(loader->loadKey(file, ".secondary_trusted_keys"), 0);
+    const key_serial_t former = keys.serialOf(".secondary_trusted_keys");
+    keys.removeKeyring(".secondary_trusted_keys");
+    keys.reuseSerial(former);
+    ASSERT_EQ(keys.keyring("x", readOnlyKeyring), former);
+    keys.keyring(".secondary_trusted_keys");
+    EXPECT_GT(loader->loadKey(file, ".secondary_trusted_keys"), 0);
+    EXPECT_TRUE(keys.keysOf("x").empty());
+}
+
 TEST_F(KeyLoader, NamesTheVerdictOfTheKeyringThatWasFoundAgain) {
     const std::string file = der();
     load(file);

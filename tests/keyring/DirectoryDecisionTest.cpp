@@ -296,6 +296,17 @@ TEST_F(DirectoryDecision, PassesOverTheDeletionOfAnUnknownFileToTheNextRows) {
     EXPECT_TRUE(traced(path("a") + " was moved from this directory"));
 }
 
+TEST_F(DirectoryDecision, TakesEveryFileOfAKeyringThatIsNotManagedForUnknown) {
+    load("a", "one");
+    coll->keyringDelAll();
+    for (const std::uint32_t mask : {std::uint32_t{IN_DELETE}, std::uint32_t{IN_MOVED_FROM}}) {
+        handle({{mask, 5, "a"}});
+    }
+    EXPECT_TRUE(traced(path("a") + " was monitored: 0"));
+    EXPECT_FALSE(traced(path("a") + " was monitored: 1"));
+    EXPECT_EQ(fileOperations(), Texts{});
+}
+
 TEST_F(DirectoryDecision, DoesNothingForAnyOtherEvent) {
     load("a", "one");
     constexpr std::uint32_t others =

@@ -3,9 +3,9 @@
 #include "platform/zell/Errors.h"
 #include "tests/keyring/CertificateDirectories.h"
 #include "tests/keyring/LibraryCalls.h"
+#include "tests/support/FewDescriptors.h"
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,29 +26,6 @@ protected:
         ADD_FAILURE() << "started";
         return 0;
     }
-};
-
-// While it lives, only so many descriptors can be opened in addition.
-class FewDescriptors {
-public:
-    explicit FewDescriptors(rlim_t count) {
-        getrlimit(RLIMIT_NOFILE, &before_);
-        int limit = 0;
-        for (rlim_t free = 0; free < count; ++limit) {
-            free += fcntl(limit, F_GETFD) == -1 ? 1U : 0U;
-        }
-        rlimit few = before_;
-        few.rlim_cur = static_cast<rlim_t>(limit);
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    }
-
-    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
-
-    FewDescriptors(const FewDescriptors&) = delete;
-    FewDescriptors& operator=(const FewDescriptors&) = delete;
-
-private:
-    rlimit before_{};
 };
 
 // An inotify instance and a pipe.

@@ -242,6 +242,47 @@ CertificateShape pem(std::string name, std::string around) {
             }};
 }
 
+// The size of the element that begins at `at`, header included; its length takes one or three
+// bytes.
+std::size_t sizeOf(const Bytes& der, std::size_t at) {
+    const std::size_t first = der.at(at + 1);
+    return first < 0x80 ? 2 + first : 4 + 256U * der.at(at + 2) + der.at(at + 3);
+}
+
+Bytes withoutLength(const Bytes& der, std::size_t at) {
+    const std::size_t header = der.at(at + 1) < 0x80 ? 2 : 4;
+    Bytes element{der.at(at), 0x80};
+    element.insert(element.end(), der.begin() + static_cast<std::ptrdiff_t>(at + header),
+                   der.begin() + static_cast<std::ptrdiff_t>(at + sizeOf(der, at)));
+    element.insert(element.end(), {0x00, 0x00});
+    return element;
+}
+
+// The whole certificate ends at an end marker.
+CertificateShape indefiniteCertificate() {
+    return {"indefinite-certificate", "Leaf: " + keyIdentifier, true,
+            [](const CertificateAuthority& ca) { return withoutLength(ca.issue({}), 0); }};
+}
+
+// The algorithm behind the signed part does.
+CertificateShape indefiniteAlgorithm() {
+    return {"indefinite-algorithm", "Leaf: " + keyIdentifier, true,
+            [](const CertificateAuthority& ca) {
+                const Bytes der = ca.issue({});
+                const std::size_t algorithm = 4 + sizeOf(der, 4);
+                const std::size_t signature = algorithm + sizeOf(der, algorithm);
+                Bytes inside(der.begin() + 4, der.begin() + static_cast<std::ptrdiff_t>(algorithm));
+                const Bytes open = withoutLength(der, algorithm);
+                inside.insert(inside.end(), open.begin(), open.end());
+                inside.insert(inside.end(), der.begin() + static_cast<std::ptrdiff_t>(signature),
+                              der.end());
+                const std::size_t size = inside.size();
+                inside.insert(inside.begin(), {0x30, 0x82, static_cast<std::uint8_t>(size >> 8U),
+                                               static_cast<std::uint8_t>(size & 0xffU)});
+                return inside;
+            }};
+}
+
 CertificateShape truncated() {
     return {"truncated", "", false, [](const CertificateAuthority& ca) {
                 Bytes der = ca.issue({});
@@ -273,6 +314,8 @@ Shapes others() {
         pem("pem", ""),
         pem("pem-with-text", "Subject: CN = Leaf\n\n"),
         truncated(),
+        indefiniteCertificate(),
+        indefiniteAlgorithm(),
     };
 }
 
