@@ -77,7 +77,7 @@ std::string refusal(const std::string& path, const std::string& cause, const std
            keyring + "). " + cause + ".";
 }
 
-void KernelTest::clean() {
+void emptyKeyringsAndDirectories() {
     Keyring::named(".ima").clear();
     Keyring::named(".secondary_trusted_keys").unlinkKeys();
     emptyProcessKeyring();

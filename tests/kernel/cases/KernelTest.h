@@ -41,16 +41,17 @@ std::string file(const std::string& name, const std::string& keyring = ".ima");
 /// Opens, writes and closes the file once. The directory must be there.
 void write(const std::string& path, const Bytes& content);
 
+/// Takes every key out of .ima, .secondary_trusted_keys and the process keyring, and removes
+/// /etc/keys.
+void emptyKeyringsAndDirectories();
+
 /// Starts and ends with no keys in .ima and in the process keyring, only its links to other
 /// keyrings in .secondary_trusted_keys, and without /etc/keys.
 class KernelTest : public testing::Test {
 protected:
-    KernelTest() { clean(); }
+    KernelTest() { emptyKeyringsAndDirectories(); }
 
-    ~KernelTest() override { clean(); }
-
-private:
-    static void clean();
+    ~KernelTest() override { emptyKeyringsAndDirectories(); }
 };
 
 /// A case with a host, which is stopped in order at its end.

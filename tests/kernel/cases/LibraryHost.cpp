@@ -19,14 +19,13 @@ namespace {
 
 constexpr int stepMilliseconds = 3;
 
-// The directories are the host's to provide.
+} // namespace
+
 void provideDirectories() {
     for (const char* const name : IntegrityKeyringSm::keyringNames) {
         std::filesystem::create_directories(IntegrityConstants().keyringPathPrefix(name).view());
     }
 }
-
-} // namespace
 
 void LibraryHost::start() {
     traces_.clear();

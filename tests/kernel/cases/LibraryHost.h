@@ -9,6 +9,9 @@
 
 namespace Vestrel::Tests {
 
+/// The directories are the host's to make.
+void provideDirectories();
+
 /// Holds everything that a program needs for a state machine; releases all of it at the stop.
 class LibraryHost final : public Host {
 public:
@@ -19,6 +22,9 @@ public:
     void stop() override { release(); }
 
     void step() override;
+
+    /// Runs what is ready, and what that makes ready, without waiting.
+    void dispatch() { loop_->dispatch(); }
 
     const std::vector<std::string>& traces() override { return traces_; }
 

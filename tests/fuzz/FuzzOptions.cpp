@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+// Command lines of the agent, one argument a line.
+#include "agent/Options.h"
+#include "tests/fuzz/Fuzz.h"
+
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using Vestrel::Tests::require;
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    std::cout.rdbuf(nullptr); // the texts for the user
+    std::cerr.rdbuf(nullptr);
+    std::vector<std::string> arguments{"vestrel-agent"};
+    std::istringstream lines{std::string(Vestrel::Tests::textOf(data, size))};
+    for (std::string line; std::getline(lines, line);) {
+        arguments.push_back(line);
+    }
+    std::vector<char*> words;
+    for (std::string& argument : arguments) {
+        words.push_back(argument.data());
+    }
+    int status = -1;
+    const auto options =
+        Vestrel::agentOptions(static_cast<int>(words.size()), words.data(), status);
+    if (!options) {
+        require(status == Vestrel::ended || status == Vestrel::wrongUsage,
+                "the agent ends with 0 or 2 when there is nothing to do");
+        return 0;
+    }
+    require(status == -1, "the status is untouched when the agent is to run");
+    require(options->traceLevel >= 0 && options->traceLevel <= 5, "the trace level is 0 to 5");
+    return 0;
+}

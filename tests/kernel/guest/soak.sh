@@ -1,0 +1,184 @@
+#!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
+# The agent under everything at once for a long time: certificate files, keys by other hands, storms of
+# violations, SIGHUP, and, in the first half, kill -9 and restarts. Then what has to be as ever is asked.
+#
+#   soak.sh MINUTES SEED
+#
+# VESTREL_AGENT is the agent's program, VESTREL_STORM the sender of datagrams. /results receives
+# samples.csv, summary.txt, ima.xml and the agent's output.
+
+# shellcheck shell=dash disable=SC2119,SC2317,SC3043,SC2154 source=tests/kernel/guest/ima-lib.sh
+. "$(dirname "$0")/ima-lib.sh"
+# shellcheck source=tests/kernel/guest/ima-storm.sh
+. "$(dirname "$0")/ima-storm.sh"
+# shellcheck source=tests/kernel/guest/soak-steps.sh
+. "$(dirname "$0")/soak-steps.sh"
+
+agentLog=/results/agent.log
+minutes=$1
+seed=$2
+mostGrowth=128 # kB
+quietSeconds=60
+
+say() { echo "$*" | tee -a /results/summary.txt; }
+
+# The process waits for something to happen: whatever happened before has been dealt with, because the
+# kernel makes it runnable in the same moment.
+isAtRest() {
+    local state=''
+    { read -r _ _ state _ <"/proc/$1/stat"; } 2>/dev/null
+    [ "$state" = S ]
+}
+
+field() { awk -v name="$1:" '$1 == name { print $2 }' "/proc/$agentProcess/status"; }
+
+descriptors() { find "/proc/$agentProcess/fd" -mindepth 1 | wc -l; }
+
+processorTicks() { awk '{ print $14 + $15 }' "/proc/$agentProcess/stat"; }
+
+sample() {
+    await "the agent comes to rest" isAtRest "$agentProcess"
+    echo "$(($(uptimeCentiseconds) / 100)) $life $1 $(field VmRSS) $(descriptors) $(processorTicks) $steps" \
+        >>/results/samples.csv
+}
+
+# PHASE CENTISECONDS: steps until the time is up, with a sample every two seconds.
+churn() {
+    local end nextSample=0 now
+    now=$(uptimeCentiseconds)
+    end=$((now + $2))
+    while [ "$now" -lt "$end" ]; do
+        if [ "$now" -ge "$nextSample" ]; then
+            sample "$1"
+            nextSample=$((now + 200))
+        fi
+        "step$1"
+        steps=$((steps + 1))
+        if ! isRunning "$agentProcess"; then
+            check "the agent still runs after step $steps: $(tail -n 1 "$agentLog")" false
+            return
+        fi
+        now=$(uptimeCentiseconds)
+    done
+    sample "$1"
+}
+
+column() { awk -v phase="$1" -v from="$2" '$3 == phase { print $'"$3"' }' /results/samples.csv | tail -n "+$2"; }
+
+# --- the cases
+
+killedAndRestarted() {
+    begin
+    churn A $((minutes * 3000))
+    check "the agent was killed and restarted: $life lives" [ $life -gt 1 ]
+    # The loop makes its timer when it is first asked for one, to report what was suppressed.
+    check "descriptors are as many in every life, or one more: $(column A 1 5 | sort -u | tr '\n' ' ')" \
+        [ $(($(column A 1 5 | sort -n | tail -n 1) - $(column A 1 5 | sort -n | head -n 1))) -le 1 ]
+    say "phase A: $steps steps, $life lives of the agent, $(column A 1 5 | sort -u | tr '\n' ' ')descriptors"
+}
+
+inOneLife() {
+    local first last stepsBefore=$steps samples
+    stopAgent
+    startAgent
+    life=$((life + 1))
+    sent=0
+    begin
+    churn B $((minutes * 3000))
+    samples=$(column B 1 4 | wc -l)
+    # After a fifth of the time every kind of step has been seen.
+    first=$(column B $((samples / 5 + 1)) 4 | head -n $((samples / 5 + 1)) | sort -n | tail -n 1)
+    last=$(column B 1 4 | tail -n $((samples / 5 + 1)) | sort -n | tail -n 1)
+    check "memory is flat: $first kB, then $last kB" [ $((last - first)) -le $mostGrowth ]
+    check "descriptors are flat: $(column B $((samples / 5 + 1)) 5 | sort -u | tr '\n' ' ')" \
+        [ "$(column B $((samples / 5 + 1)) 5 | sort -u | wc -l)" -eq 1 ]
+    find "/proc/$agentProcess/fd" -mindepth 1 -exec readlink {} \; | sort >/results/descriptors.txt
+    say "phase B: $((steps - stepsBefore)) steps in one life, $samples samples;" \
+        "most memory in its second fifth $first kB, in its last fifth $last kB;" \
+        "$(column B $((samples / 5 + 1)) 5 | sort -u | tr '\n' ' ')descriptors"
+    kill -HUP "$agentProcess"
+    await "every sound file's key is in its keyring after SIGHUP" soundFilesAreLoaded
+}
+
+# The agent tells what it has suppressed when it ends.
+everyMatchingLineIsToldOrCounted() {
+    await "klogd has sent everything" isAtRest $klogProcess
+    await "the agent comes to rest" isAtRest "$agentProcess"
+    stopAgent
+    check "told and suppressed ($(toldInAll) + $(stormSuppressed)) are what was sent ($sent)" \
+        [ $(($(toldInAll) + $(stormSuppressed))) -eq "$sent" ]
+    say "storms: $sent matching lines sent, $(toldInAll) told, $(stormSuppressed) suppressed"
+    startAgent
+    life=$((life + 1))
+}
+
+keyringIsWhatAFreshStartMakes() {
+    local before
+    freshStart
+    await "the agent comes to rest" isAtRest "$agentProcess"
+    stepsBefore=$steps
+    churn C 2000
+    await "the agent comes to rest" isAtRest "$agentProcess"
+    before=$(keyringNow)
+    freshStart
+    check "the keyring is what a fresh start makes of the files" [ "$before" = "$(keyringNow)" ]
+    say "phase C: $((steps - stepsBefore)) steps on files alone, then the keyring is that of a fresh" \
+        "start: $(echo "$before" | wc -l) keys"
+}
+
+nothingIsLostBelowTheLimit() {
+    local i=0
+    sleep 11 # the limit's interval, and more
+    begin
+    while [ $i -lt 90 ]; do
+        dataFile "/t/single-$i"
+        isRefused cat "/t/single-$i" || check "the file is refused" false
+        i=$((i + 1))
+    done
+    i=0
+    while [ $i -lt 90 ]; do
+        await "violation $i is told" mentionedSinceBegin "for file /t/single-$i, invoked by cat"
+        i=$((i + 1))
+    done
+    check "each once: $(stormTold 'single-[0-9]*')" [ "$(sinceBegin | grep -c 'for file /t/single-')" -eq 90 ]
+    check "nothing is suppressed" [ "$(stormSuppressed)" -eq 0 ]
+    say "below the limit: 90 violations of the kernel within $((($(uptimeCentiseconds) - stormStart) / 100)) s, 90 told, none suppressed"
+}
+
+quietAgentSleeps() {
+    local wakeUps ticks
+    sleep 11 # until nothing is left to report
+    await "the agent comes to rest" isAtRest "$agentProcess"
+    wakeUps=$(($(field voluntary_ctxt_switches) + $(field nonvoluntary_ctxt_switches)))
+    ticks=$(processorTicks)
+    sleep $quietSeconds
+    wakeUps=$(($(field voluntary_ctxt_switches) + $(field nonvoluntary_ctxt_switches) - wakeUps))
+    ticks=$(($(processorTicks) - ticks))
+    check "no wake-up in $quietSeconds s (there were $wakeUps)" [ $wakeUps -eq 0 ]
+    check "no processor time in $quietSeconds s (there were $ticks ticks)" [ $ticks -eq 0 ]
+    say "quiet: $wakeUps wake-ups and $ticks ticks of the processor in $quietSeconds s"
+}
+
+dmesg -n 1
+echo 0 >/proc/sys/kernel/printk_ratelimit
+mkdir -p /t /away
+: >"$agentLog"
+: >/results/samples.csv
+must "an IMA policy" loadPolicy
+startAgent
+ln -s "$socket" /dev/log
+klogd -n &
+klogProcess=$!
+say "seed $seed, $minutes minutes, kernel $(uname -r)"
+
+testCase IsKilledAndRestartedAtAnyMoment killedAndRestarted
+testCase StaysFlatInOneLife inOneLife
+testCase TellsOrCountsEveryMatchingLine everyMatchingLineIsToldOrCounted
+testCase KeyringIsWhatAFreshStartMakes keyringIsWhatAFreshStartMakes
+testCase LosesNothingBelowTheLimit nothingIsLostBelowTheLimit
+testCase SleepsWhenAllIsQuiet quietAgentSleeps
+
+writeResults
+echo "soak: $casesRun cases, $casesFailed failed"
+[ $casesFailed -eq 0 ]

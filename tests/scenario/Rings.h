@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+// The keyrings of the scenarios and the directories in which they play.
+#pragma once
+
+#include <array>
+#include <string>
+
+namespace Vestrel::Tests {
+
+struct Ring {
+    const char* place;
+    const char* keyring;
+    bool isWritable; // whether the kernel lets user space add and unlink keys
+};
+
+inline constexpr std::array<Ring, 3> rings{{{"ima", ".ima", true},
+                                            {"secondary", ".secondary_trusted_keys", true},
+                                            {"builtin", ".builtin_trusted_keys", false}}};
+
+/// Which nobody watches, in one file system with the certificate directories.
+inline constexpr const char* unwatchedPlace = "out";
+
+/// The real directory of a place.
+inline std::string directoryOf(const std::string& place) {
+    if (place == unwatchedPlace) {
+        return "/etc/elsewhere";
+    }
+    return place == "ima" ? "/etc/keys/ima" : "/etc/keys/" + place + "_trusted_keys";
+}
+
+} // namespace Vestrel::Tests
