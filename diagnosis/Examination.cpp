@@ -54,8 +54,7 @@ Finding Examination::unsupported(const std::string& what) const {
 }
 
 std::optional<Finding> Examination::algorithms() const {
-    const auto signature = signatureAlgorithm(certificate_);
-    if (!signature) {
+    if (!signatureAlgorithm(certificate_)) {
         return unsupported("the signature algorithm " +
                            algorithmText(certificate_.signatureAlgorithm));
     }
@@ -63,10 +62,6 @@ std::optional<Finding> Examination::algorithms() const {
         const CertificatePublicKey& key = certificate_.publicKey;
         return unsupported("keys of the type " +
                            algorithmText(key.curve.empty() ? key.algorithm : key.curve));
-    }
-    if (!kernel_.algorithms || !kernel_.algorithms->contains(signature->hash)) {
-        return unknown(Reason::unknownRule,
-                       "whether this kernel has " + signature->hash + " cannot be known");
     }
     return std::nullopt;
 }
@@ -170,9 +165,11 @@ Finding Examination::verified(const Trust& trust) const {
     if (isOlder()) {
         return unknown(Reason::unknownRule, "the rules of kernel " + release() + " are not known");
     }
-    if (!kernel_.algorithms->contains(trust.algorithm)) {
-        return unknown(Reason::unknownRule,
-                       "whether this kernel has " + trust.algorithm + " cannot be known");
+    for (const std::string& name : {signatureAlgorithm(certificate_)->hash, trust.algorithm}) {
+        if (!kernel_.algorithms || !kernel_.algorithms->contains(name)) {
+            return unknown(Reason::unknownRule,
+                           "whether this kernel has " + name + " cannot be known");
+        }
     }
     if (!kernel_.blacklist) {
         return unknown(Reason::invisibleKeyring, "the kernel's .blacklist cannot be read");
