@@ -102,6 +102,18 @@ TEST_F(CtlFiles, CheckSaysWhichFileOfAnIssuerItCannotUse) {
     EXPECT_EQ(ran.err, "vestrelctl: issuer " + files_.path("text") + ": Bad message\n");
 }
 
+TEST_F(CtlFiles, CheckTakesSeveralFilesOfIssuers) {
+    const Bytes ca = CertificateAuthority::generate("Other").certificate();
+    const std::string other = files_.write("other", std::string(ca.begin(), ca.end()));
+    const std::string good = files_.write("good", certificate_);
+    const auto reason = [](const Ran& ran) { return ran.json().at("check")[0].at("reason"); };
+    EXPECT_EQ(reason(ctl({"check", "--json", ".ima", "--issuer", other, good})),
+              "unverifiable-signature");
+    EXPECT_NE(reason(ctl({"check", "--json", ".ima", "--issuer", other, "--issuer", authorityPath_,
+                          good})),
+              "unverifiable-signature");
+}
+
 TEST_F(CtlFiles, CheckIsOneLineAFileWhateverItsNameHolds) {
     const Ran ran = ctl({"check", ".ima", files_.write("a\nb", "garbage")});
     EXPECT_THAT(ran.out, HasSubstr("/a\\x0ab: refused (not-a-certificate"));
