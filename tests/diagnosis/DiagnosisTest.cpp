@@ -152,6 +152,11 @@ TEST_F(DiagnosisTest, IsUnknownWithoutTheIssuersCertificate) {
                   Reason::unverifiableSignature);
 }
 
+TEST_F(DiagnosisTest, TakesNoIssuersCertificateToKnowAStranger) {
+    noIssuers();
+    EXPECT_EQ(said(unknown().issue({})).finding.reason, Reason::noTrustedIssuer);
+}
+
 TEST_F(DiagnosisTest, IsUnknownWithoutTheIssuersCertificateWhereOnlyItsNameIsGiven) {
     noIssuers();
     CertificatePlan plan;
