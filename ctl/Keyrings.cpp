@@ -20,7 +20,7 @@ namespace {
 
 const auto& names = IntegrityKeyringSm::keyringNames;
 
-std::string withDot(std::string name) {
+std::string withDot(const std::string& name) {
     return name.starts_with('.') ? name : "." + name;
 }
 

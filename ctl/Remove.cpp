@@ -11,6 +11,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -91,11 +92,14 @@ void carriedOut(Removal& removal, const Options& options) {
 
 std::string removalLine(const Json& row) {
     const auto text = [&](const char* member) { return row.at(member).get<std::string>(); };
-    std::string line = text("path") + ": " + text("outcome");
+    std::string line = text("path").append(": ").append(text("outcome"));
     if (!text("description").empty()) {
-        line += " \"" + text("description") + "\"";
+        line.append(" \"").append(text("description")).append("\"");
     }
-    return text("explanation").empty() ? line : line + ": " + text("explanation");
+    if (!text("explanation").empty()) {
+        line.append(": ").append(text("explanation"));
+    }
+    return line;
 }
 
 ExitStatus remove(const Options& options, Output& output) {
@@ -104,7 +108,7 @@ ExitStatus remove(const Options& options, Output& output) {
     const std::string directory(IntegrityConstants().keyringPathPrefix(options.keyring).view());
     for (const std::string& name : options.names) {
         Removal removal;
-        removal.path = directory + "/" + name;
+        removal.path = (std::filesystem::path(directory) / name).string();
         carriedOut(removal, options);
         status = worse(status, removal.status);
         rows.push_back({{"path", removal.path},

@@ -25,8 +25,8 @@ constexpr std::string_view endOfPem = "-----END ";
 
 // What stands behind the first PEM block; empty when there is none.
 Bytes behindFirstBlock(const Bytes& content) {
-    const auto mark = std::ranges::search(content, endOfPem);
-    return mark.empty() ? Bytes() : Bytes(mark.end(), content.end());
+    const auto mark = std::search(content.begin(), content.end(), endOfPem.begin(), endOfPem.end());
+    return mark == content.end() ? Bytes() : Bytes(mark + endOfPem.size(), content.end());
 }
 
 // With the directory's true path, but the entry itself as it is named.

@@ -15,7 +15,7 @@ constexpr unsigned keyCertSign = 0x04;
 
 // As "YYYYMMDDhhmmss", which sorts by time.
 std::string sortable(const BerElement& time) {
-    const std::string digits(time.content.begin(), time.content.end() - 1);
+    std::string digits(time.content.begin(), time.content.end() - 1);
     if (time.tag != Ber::utcTime) {
         return digits;
     }
