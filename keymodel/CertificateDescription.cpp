@@ -43,25 +43,32 @@ std::string nameOf(const NameParts& subject) {
     return name;
 }
 
-void appendHex(std::string& text, ByteSpan bytes) {
+} // namespace
+
+std::string hexOf(ByteSpan bytes) {
     constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
     for (const std::uint8_t byte : bytes) {
         text += digits[byte >> 4U];
         text += digits[byte & 0xfU];
     }
+    return text;
 }
 
-} // namespace
+std::string keyName(const NameParts& subject) {
+    std::string name = nameOf(subject);
+    name.resize(std::min(name.find('\0'), name.size()));
+    return name;
+}
 
 std::string certificateDescription(std::span<const std::uint8_t> der) {
     const std::optional<CertificateFields> fields = readCertificate(der);
     if (!fields) {
         return {};
     }
-    std::string description = nameOf(fields->subject);
-    description.resize(std::min(description.find('\0'), description.size()));
+    std::string description = keyName(fields->subject.parts);
     description += separator;
-    appendHex(description, fields->subjectKeyIdentifier.value_or(fields->serialNumber));
+    description += hexOf(fields->subjectKeyIdentifier.value_or(fields->serialNumber));
     return description;
 }
 

@@ -2,6 +2,8 @@
 // The description that a certificate's key gets in the kernel.
 #pragma once
 
+#include "keymodel/CertificateName.h"
+
 #include <cstdint>
 #include <span>
 #include <string>
@@ -15,5 +17,11 @@ namespace Vestrel {
 // The bytes of names are passed on as they stand in the certificate, whatever their string type,
 // up to the first NUL: the result may hold any other byte.
 std::string certificateDescription(std::span<const std::uint8_t> der);
+
+// The part of a description that stands before ": " and the identifier.
+std::string keyName(const NameParts& subject);
+
+// As the kernel writes an identifier, two digits a byte.
+std::string hexOf(ByteSpan bytes);
 
 } // namespace Vestrel

@@ -12,15 +12,11 @@ namespace Vestrel {
 
 namespace {
 
-constexpr std::size_t maxCertificateSize = 65535; // of what is handed over, trailing bytes included
-
-constexpr std::array<std::uint8_t, 3> commonNameId{0x55, 0x04, 0x03};
-constexpr std::array<std::uint8_t, 3> organizationId{0x55, 0x04, 0x0a};
-constexpr std::array<std::uint8_t, 9> emailAddressId{0x2a, 0x86, 0x48, 0x86, 0xf7,
-                                                     0x0d, 0x01, 0x09, 0x01};
 constexpr std::array<std::uint8_t, 7> ecPublicKeyId{0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01};
 constexpr std::array<std::uint8_t, 3> subjectKeyIdentifierId{0x55, 0x1d, 0x0e};
 constexpr std::array<std::uint8_t, 3> authorityKeyIdentifierId{0x55, 0x1d, 0x23};
+constexpr std::array<std::uint8_t, 3> keyUsageId{0x55, 0x1d, 0x0f};
+constexpr std::array<std::uint8_t, 3> basicConstraintsId{0x55, 0x1d, 0x13};
 
 struct Algorithm {
     ByteSpan id;
@@ -29,65 +25,13 @@ struct Algorithm {
 
 struct Extensions {
     std::optional<ByteSpan> subjectKeyIdentifier;
-    std::optional<ByteSpan> authorityKeyIdentifier; // still encoded
+    std::optional<ByteSpan> authorityKeyIdentifier; // still encoded, as the others
+    std::optional<ByteSpan> keyUsage;
+    std::optional<ByteSpan> basicConstraints;
 };
 
 bool same(ByteSpan a, ByteSpan b) {
     return std::ranges::equal(a, b);
-}
-
-// The kernel keeps the size of a name part in one byte.
-ByteSpan namePart(ByteSpan value) {
-    return value.first(value.size() & 0xffU);
-}
-
-void notePart(NameParts& parts, ByteSpan id, ByteSpan value) {
-    if (same(id, commonNameId)) {
-        parts.commonName = namePart(value);
-    } else if (same(id, organizationId)) {
-        parts.organization = namePart(value);
-    } else if (same(id, emailAddressId)) {
-        parts.email = namePart(value);
-    }
-}
-
-bool readAttribute(BerReader& in, NameParts& parts) {
-    BerReader attribute;
-    BerElement id;
-    BerElement value;
-    if (!in.enter(Ber::sequence, attribute) || !attribute.take(Ber::objectIdentifier, id) ||
-        !attribute.any(value) || !attribute.atEnd()) {
-        return false;
-    }
-    notePart(parts, id.content, value.content);
-    return true;
-}
-
-bool readRelativeName(BerReader& in, NameParts& parts) {
-    BerReader attributes;
-    if (!in.enter(Ber::set, attributes)) {
-        return false;
-    }
-    do {
-        if (!readAttribute(attributes, parts)) {
-            return false;
-        }
-    } while (!attributes.atEnd());
-    return true;
-}
-
-// A name without any part is refused.
-bool readName(BerReader& in, NameParts& parts) {
-    BerReader relativeNames;
-    if (!in.enter(Ber::sequence, relativeNames)) {
-        return false;
-    }
-    do {
-        if (!readRelativeName(relativeNames, parts)) {
-            return false;
-        }
-    } while (!relativeNames.atEnd());
-    return true;
 }
 
 bool readVersion(BerReader& in) {
@@ -112,22 +56,28 @@ bool readAlgorithm(BerReader& in, Algorithm& algorithm) {
     return inside.atEnd();
 }
 
-bool readTime(BerReader& in) {
-    BerElement time;
+bool readTime(BerReader& in, BerElement& time) {
     return in.any(time) && isCertificateTime(time.tag, time.content);
 }
 
 // The kernel takes a missing end for the beginning once more.
-bool readValidity(BerReader& in) {
+bool readValidity(BerReader& in, CertificateFields& fields) {
     BerReader validity;
-    return in.enter(Ber::sequence, validity) && readTime(validity) &&
-           (validity.atEnd() || (readTime(validity) && validity.atEnd()));
+    if (!in.enter(Ber::sequence, validity) || !readTime(validity, fields.notBefore)) {
+        return false;
+    }
+    fields.notAfter = fields.notBefore;
+    return validity.atEnd() || (readTime(validity, fields.notAfter) && validity.atEnd());
 }
 
 // A bit string of whole bytes.
-bool readBits(BerReader& in) {
+bool readBits(BerReader& in, ByteSpan& bytes) {
     BerElement bits;
-    return in.take(Ber::bitString, bits) && !bits.content.empty() && bits.content[0] == 0;
+    if (!in.take(Ber::bitString, bits) || bits.content.empty() || bits.content[0] != 0) {
+        return false;
+    }
+    bytes = bits.content.subspan(1);
+    return true;
 }
 
 // The parameters of an elliptic curve key name the curve, the length in its shortest form.
@@ -136,12 +86,24 @@ bool namesCurve(ByteSpan parameters) {
            parameters[1] == parameters.size() - 2;
 }
 
-bool readPublicKey(BerReader& in) {
+bool readPublicKey(BerReader& in, CertificatePublicKey& key) {
+    BerElement whole;
+    BerReader outer = in;
     BerReader inside;
     Algorithm algorithm;
-    return in.enter(Ber::sequence, inside) && readAlgorithm(inside, algorithm) &&
-           (!same(algorithm.id, ecPublicKeyId) || namesCurve(algorithm.parameters)) &&
-           readBits(inside) && inside.atEnd();
+    ByteSpan bits;
+    if (!outer.take(Ber::sequence, whole) || !in.enter(Ber::sequence, inside) ||
+        !readAlgorithm(inside, algorithm)) {
+        return false;
+    }
+    const bool isOnCurve = same(algorithm.id, ecPublicKeyId);
+    if (isOnCurve && !namesCurve(algorithm.parameters)) {
+        return false;
+    }
+    key = {.encoding = whole.encoding,
+           .algorithm = algorithm.id,
+           .curve = isOnCurve ? algorithm.parameters.subspan(2) : ByteSpan()};
+    return readBits(inside, bits) && inside.atEnd();
 }
 
 // An octet string of at least one byte, the length in one byte, and nothing behind it.
@@ -168,6 +130,10 @@ bool readExtension(BerReader& in, Extensions& extensions) {
     }
     if (same(id.content, authorityKeyIdentifierId)) {
         extensions.authorityKeyIdentifier = value.content;
+    } else if (same(id.content, keyUsageId)) {
+        extensions.keyUsage = value.content;
+    } else if (same(id.content, basicConstraintsId)) {
+        extensions.basicConstraints = value.content;
     }
     return true;
 }
@@ -189,74 +155,53 @@ bool readExtensions(BerReader& in, Extensions& extensions) {
     return wrapper.atEnd();
 }
 
-// What one form of general name, numbered by its tag, has to hold: an element with this tag, a
-// name, or anything at all.
-constexpr std::uint8_t anything = 0;
-constexpr std::array<std::uint8_t, 9> generalNameForms{
-    anything,       Ber::ia5String,   Ber::ia5String,       anything, Ber::sequence, anything,
-    Ber::ia5String, Ber::octetString, Ber::objectIdentifier};
-
-bool readGeneralNameContent(BerReader& in, std::uint8_t form) {
-    NameParts unused;
+// Takes a primitive element with that context tag if it is there.
+bool readOptional(BerReader& in, unsigned number, std::optional<ByteSpan>& content) {
     BerElement element;
-    if (form == Ber::sequence) {
-        return readName(in, unused);
-    }
-    return form == anything ? in.any(element) : in.take(form, element);
-}
-
-bool readGeneralName(BerReader& in) {
-    for (unsigned number = 0; number < generalNameForms.size(); ++number) {
-        BerReader inside;
-        if (in.nextIs(Ber::contextConstructed(number))) {
-            return in.enter(Ber::contextConstructed(number), inside) &&
-                   readGeneralNameContent(inside, generalNameForms[number]) && inside.atEnd();
-        }
-    }
-    return false;
-}
-
-bool readGeneralNames(BerReader& in) {
-    BerReader names;
-    if (!in.nextIs(Ber::contextConstructed(1))) {
+    if (!in.nextIs(Ber::contextPrimitive(number))) {
         return true;
     }
-    if (!in.enter(Ber::contextConstructed(1), names)) {
+    if (!in.take(Ber::contextPrimitive(number), element)) {
         return false;
     }
-    while (!names.atEnd()) {
-        if (!readGeneralName(names)) {
-            return false;
-        }
-    }
+    content = element.content;
     return true;
 }
 
-bool isAuthorityKeyIdentifier(ByteSpan value) {
+bool readAuthorityIdentifier(ByteSpan value, AuthorityIdentifier& authority) {
     BerReader reader(value);
     BerReader inside;
-    return reader.enter(Ber::sequence, inside) && inside.skipOptional(Ber::contextPrimitive(0)) &&
-           readGeneralNames(inside) && inside.skipOptional(Ber::contextPrimitive(2)) &&
-           inside.atEnd();
+    return reader.enter(Ber::sequence, inside) &&
+           readOptional(inside, 0, authority.keyIdentifier) &&
+           readGeneralNames(inside, authority.issuer) &&
+           readOptional(inside, 2, authority.serialNumber) && inside.atEnd();
 }
 
-bool readToBeSigned(BerReader& in, CertificateFields& fields, Algorithm& signature) {
+bool readToBeSigned(BerReader& in, CertificateFields& fields) {
+    BerElement whole;
+    BerReader outer = in;
     BerReader inside;
     BerElement serialNumber;
-    NameParts issuer;
+    Algorithm signature;
     Extensions extensions;
-    if (!in.enter(Ber::sequence, inside) || !readVersion(inside) ||
-        !inside.take(Ber::integer, serialNumber) || !readAlgorithm(inside, signature) ||
-        !readName(inside, issuer) || !readValidity(inside) || !readName(inside, fields.subject) ||
-        !readPublicKey(inside) || !inside.skipOptional(Ber::contextPrimitive(1)) ||
+    if (!outer.take(Ber::sequence, whole) || !in.enter(Ber::sequence, inside) ||
+        !readVersion(inside) || !inside.take(Ber::integer, serialNumber) ||
+        !readAlgorithm(inside, signature) || !readName(inside, fields.issuer) ||
+        !readValidity(inside, fields) || !readName(inside, fields.subject) ||
+        !readPublicKey(inside, fields.publicKey) ||
+        !inside.skipOptional(Ber::contextPrimitive(1)) ||
         !inside.skipOptional(Ber::contextPrimitive(2)) || !readExtensions(inside, extensions) ||
         !inside.atEnd()) {
         return false;
     }
+    fields.toBeSigned = whole.encoding;
     fields.serialNumber = serialNumber.content;
+    fields.signatureAlgorithm = signature.id;
     fields.subjectKeyIdentifier = extensions.subjectKeyIdentifier;
+    fields.keyUsage = extensions.keyUsage;
+    fields.basicConstraints = extensions.basicConstraints;
     return !extensions.authorityKeyIdentifier ||
-           isAuthorityKeyIdentifier(*extensions.authorityKeyIdentifier);
+           readAuthorityIdentifier(*extensions.authorityKeyIdentifier, fields.authority);
 }
 
 } // namespace
@@ -265,11 +210,11 @@ std::optional<CertificateFields> readCertificate(ByteSpan der) {
     BerReader reader(der);
     BerReader inside;
     CertificateFields fields;
-    Algorithm claimed;
     Algorithm used;
     const bool readable = der.size() <= maxCertificateSize && reader.enter(Ber::sequence, inside) &&
-                          readToBeSigned(inside, fields, claimed) && readAlgorithm(inside, used) &&
-                          same(claimed.id, used.id) && readBits(inside) && inside.atEnd();
+                          readToBeSigned(inside, fields) && readAlgorithm(inside, used) &&
+                          same(fields.signatureAlgorithm, used.id) &&
+                          readBits(inside, fields.signature) && inside.atEnd();
     return readable ? std::optional(fields) : std::nullopt;
 }
 

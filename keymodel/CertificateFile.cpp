@@ -161,14 +161,19 @@ Bytes derOf(Bytes content) {
     return content;
 }
 
-std::optional<Bytes> readCertificateFile(const char* path) {
+std::optional<Bytes> readFileContent(const char* path) {
     Bytes content;
     if (const int error = readRegularFile(path, content); error != 0) {
         content = {};
         errno = error;
         return std::nullopt;
     }
-    return derOf(std::move(content));
+    return content;
+}
+
+std::optional<Bytes> readCertificateFile(const char* path) {
+    std::optional<Bytes> content = readFileContent(path);
+    return content ? std::optional(derOf(*std::move(content))) : std::nullopt;
 }
 
 } // namespace Vestrel

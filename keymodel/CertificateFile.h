@@ -18,12 +18,15 @@ inline constexpr std::size_t maxCertificateFileSize = std::size_t{1024} * 1024 -
 // kernel to give its verdict.
 std::vector<std::uint8_t> derOf(std::vector<std::uint8_t> content);
 
-// Reads the regular file at `path`, following symbolic links, and returns the derOf() its content.
-// Never blocks on what is not a regular file, even when it is swapped in at the last moment.
+// Reads the regular file at `path`, following symbolic links. Never blocks on what is not a regular
+// file, even when it is swapped in at the last moment.
 //
 // On failure empty, with the cause in errno: that of open(2), fstat(2) or read(2), or EISDIR for a
 // directory, EINVAL for an empty file or another kind of file, EFBIG for more than
 // maxCertificateFileSize bytes. Throws only when memory runs out.
+std::optional<std::vector<std::uint8_t>> readFileContent(const char* path);
+
+// The derOf() of what readFileContent() returns, which fails like it.
 std::optional<std::vector<std::uint8_t>> readCertificateFile(const char* path);
 
 } // namespace Vestrel

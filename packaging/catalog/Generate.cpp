@@ -3,34 +3,19 @@
 //
 //   vestrel-catalog-generate FILE
 #include "logmsg/LogMessages.h"
+#include "logmsg/RecordText.h"
 #include "platform/zell/LogSinks.h"
 
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <string>
 
 namespace {
 
-std::string action(const char* recommended) {
-    if (std::strcmp(recommended, Zell::contactSupportIfItPersists) == 0) {
-        return "Contact support if the condition persists.";
-    }
-    if (std::strcmp(recommended, Zell::noActionIsRequired) == 0) {
-        return "No action is required.";
-    }
-    return recommended;
-}
-
-// Some of the texts are sentences without their full stop.
-std::string sentence(const std::string& text) {
-    return text.ends_with('.') ? text : text + ".";
-}
-
 std::string entry(const Zell::LogDescriptor& record) {
     return "\n-- " + Zell::messageId(record.name) + "\nSubject: " + record.name +
-           "\nDefined-By: VestrelSm\n\n" + sentence(record.explanation) + "\n\n" +
-           sentence(action(record.recommendedAction)) + "\n";
+           "\nDefined-By: VestrelSm\n\n" + Vestrel::explanationText(record) + "\n\n" +
+           Vestrel::actionText(record) + "\n";
 }
 
 } // namespace

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+// From the words of the command line to a verb, and from its outcome to the exit status.
+#include "ctl/CommandLine.h"
+
+#include "ctl/ExitStatus.h"
+#include "ctl/Output.h"
+#include "ctl/Verbs.h"
+
+#include <CLI/CLI.hpp>
+
+#include <exception>
+#include <string>
+
+namespace Vestrel {
+
+namespace {
+
+ExitStatus perform(const Action& action, Output& output) {
+    try {
+        return action(output);
+    } catch (const std::exception& failure) {
+        output.complaint(failure.what());
+        return ExitStatus::failed;
+    }
+}
+
+} // namespace
+
+int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+    bool isJson = false;
+    Action action;
+    CLI::App app("Looks after the kernel's integrity keyrings and their certificate directories.",
+                 "vestrelctl");
+    app.set_version_flag("--version", std::string("vestrelctl ") + VESTREL_VERSION);
+    app.add_flag("--json", isJson, "Write the result as one line of JSON");
+    app.require_subcommand(1);
+    app.fallthrough(); // so that --json may stand behind the verb as well
+    addMessages(app, action);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& end) {
+        const bool isAnswer = app.exit(end, out, err) == 0;
+        return static_cast<int>(isAnswer ? ExitStatus::done : ExitStatus::wrongUsage);
+    }
+    Output output(out, err);
+    output.jsonIs(isJson);
+    ExitStatus status = perform(action, output);
+    if (!out.flush()) {
+        output.complaint("the result could not be written");
+        status = ExitStatus::failed;
+    }
+    return static_cast<int>(status);
+}
+
+} // namespace Vestrel
