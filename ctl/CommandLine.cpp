@@ -35,7 +35,11 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     app.add_flag("--json", isJson, "Write the result as one line of JSON");
     app.require_subcommand(1);
     app.fallthrough(); // so that --json may stand behind the verb as well
+    addCheck(app, action);
+    addInstall(app, action);
     addMessages(app, action);
+    addPlan(app, action);
+    addRemove(app, action);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& end) {

@@ -19,6 +19,10 @@ using Action = std::function<ExitStatus(Output&)>;
 
 // Each adds its verb, with its arguments and options, to the command line; when that verb is on
 // it, `chosen` becomes what it does. `chosen` must outlive the parsing.
+void addCheck(CLI::App& app, Action& chosen);
+void addInstall(CLI::App& app, Action& chosen);
 void addMessages(CLI::App& app, Action& chosen);
+void addPlan(CLI::App& app, Action& chosen);
+void addRemove(CLI::App& app, Action& chosen);
 
 } // namespace Vestrel

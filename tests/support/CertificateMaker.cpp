@@ -47,16 +47,26 @@ T* made(T* object, const std::string& what) {
     return object;
 }
 
+EVP_PKEY* generateOnCurve(const char* name) {
+    return EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", name);
+}
+
 EVP_PKEY* generateKey(KeyKind kind) {
     switch (kind) {
     case KeyKind::rsa2048:
         return EVP_RSA_gen(2048);
+    case KeyKind::p192:
+        return generateOnCurve("P-192");
+    case KeyKind::p224:
+        return generateOnCurve("P-224");
     case KeyKind::p256:
-        return EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256");
+        return generateOnCurve("P-256");
     case KeyKind::p384:
-        return EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-384");
+        return generateOnCurve("P-384");
     case KeyKind::p521:
-        return EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-521");
+        return generateOnCurve("P-521");
+    case KeyKind::secp256k1:
+        return generateOnCurve("secp256k1");
     case KeyKind::ed25519:
         return EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519");
     }
@@ -226,17 +236,18 @@ Bytes extensions(const CertificatePlan& plan, EVP_PKEY* key, X509* authority) {
     return container(contextTag | 3, {container(V_ASN1_SEQUENCE, {all})});
 }
 
-// How an RSA or EC key signs with SHA-256.
-Bytes signatureAlgorithm(EVP_PKEY* key) {
+// How an RSA or EC key signs.
+Bytes signatureAlgorithm(EVP_PKEY* key, const std::string& hash) {
     return EVP_PKEY_is_a(key, "RSA") != 0
-               ? sequence({objectIdentifier("RSA-SHA256"), element(V_ASN1_NULL, {})})
-               : sequence({objectIdentifier("ecdsa-with-SHA256")});
+               ? sequence({objectIdentifier("RSA-" + hash), element(V_ASN1_NULL, {})})
+               : sequence({objectIdentifier("ecdsa-with-" + hash)});
 }
 
-Bytes signatureOf(const Bytes& content, EVP_PKEY* key) {
+Bytes signatureOf(const Bytes& content, const std::string& hash, EVP_PKEY* key) {
     const DigestContextPtr context(made(EVP_MD_CTX_new(), "digest context"));
     std::size_t size = 0;
-    require(EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, key) == 1 &&
+    require(EVP_DigestSignInit(context.get(), nullptr, EVP_get_digestbyname(hash.c_str()), nullptr,
+                               key) == 1 &&
                 EVP_DigestSign(context.get(), nullptr, &size, content.data(), content.size()) == 1,
             "signing");
     Bytes signature(size);
@@ -250,14 +261,20 @@ Bytes signatureOf(const Bytes& content, EVP_PKEY* key) {
 // `authority` may be null: then there is no authority to identify.
 Bytes certificateOf(const CertificatePlan& plan, EVP_PKEY* key, const Bytes& issuer,
                     X509* authority, EVP_PKEY* signer) {
-    const Bytes algorithm = signatureAlgorithm(signer);
+    const Bytes algorithm = signatureAlgorithm(signer, plan.hash);
     const Bytes version = container(contextTag, {element(V_ASN1_INTEGER, {0x02})});
     const Bytes toBeSigned =
         sequence({plan.isVersion1 ? Bytes{} : version, element(V_ASN1_INTEGER, plan.serialNumber),
                   algorithm, issuer, sequence({time(plan.notBefore), time(plan.notAfter)}),
                   name(plan.subject), encoded<const EVP_PKEY>(key, i2d_PUBKEY),
                   plan.isVersion1 ? Bytes{} : extensions(plan, key, authority)});
-    return sequence({toBeSigned, algorithm, wholeBytes(signatureOf(toBeSigned, signer))});
+    return sequence(
+        {toBeSigned, algorithm, wholeBytes(signatureOf(toBeSigned, plan.hash, signer))});
+}
+
+X509Ptr decoded(const Bytes& der) {
+    const unsigned char* position = der.data();
+    return X509Ptr(made(d2i_X509(nullptr, &position, static_cast<long>(der.size())), "authority"));
 }
 
 // Reads a file in PEM with one function, or else in DER with the other.
@@ -284,18 +301,15 @@ std::string contentOf(BIO* memory) {
 CertificateAuthority::CertificateAuthority(X509Ptr certificate, PkeyPtr key)
     : certificate_(std::move(certificate)), key_(std::move(key)) {}
 
-CertificateAuthority CertificateAuthority::generate() {
+CertificateAuthority CertificateAuthority::generate(const std::string& commonName) {
     CertificatePlan plan;
-    plan.subject = {{"O", "Vestrel tests"}, {"CN", "Authority"}};
+    plan.subject = {{"O", "Vestrel tests"}, {"CN", commonName}};
     plan.keyIdentifier = KeyIdentifier::hashOfKey;
     plan.extensions = {{"basicConstraints", sequence({element(V_ASN1_BOOLEAN, {0xff})}), true},
                        {"keyUsage", element(V_ASN1_BIT_STRING, {0x02, 0x04}), true}};
     PkeyPtr key = newKey(KeyKind::p256);
     const Bytes der = certificateOf(plan, key.get(), name(plan.subject), nullptr, key.get());
-    const unsigned char* position = der.data();
-    X509Ptr certificate(
-        made(d2i_X509(nullptr, &position, static_cast<long>(der.size())), "authority"));
-    return {std::move(certificate), std::move(key)};
+    return {decoded(der), std::move(key)};
 }
 
 CertificateAuthority CertificateAuthority::load(const std::string& certificatePath,
@@ -321,6 +335,14 @@ Bytes CertificateAuthority::issue(const CertificatePlan& plan) const {
     const Bytes issuer =
         encoded<const X509_NAME>(X509_get_subject_name(certificate_.get()), i2d_X509_NAME);
     return certificateOf(plan, sharedKey(plan.key), issuer, certificate_.get(), key_.get());
+}
+
+CertificateAuthority CertificateAuthority::intermediate(const CertificatePlan& plan) const {
+    const Bytes issuer =
+        encoded<const X509_NAME>(X509_get_subject_name(certificate_.get()), i2d_X509_NAME);
+    PkeyPtr key = newKey(KeyKind::p256);
+    return {decoded(certificateOf(plan, key.get(), issuer, certificate_.get(), key_.get())),
+            std::move(key)};
 }
 
 std::string toPem(const Bytes& der, const std::string& label) {

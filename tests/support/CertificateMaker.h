@@ -15,7 +15,7 @@ namespace Vestrel::Tests {
 
 using Bytes = std::vector<std::uint8_t>;
 
-enum class KeyKind { rsa2048, p256, p384, p521, ed25519 };
+enum class KeyKind { rsa2048, p192, p224, p256, p384, p521, secp256k1, ed25519 };
 
 // One attribute of a name; its bytes go into the certificate as they are, under the given tag
 // (V_ASN1_UTF8STRING and its like), whether or not they are valid there.
@@ -48,7 +48,8 @@ struct CertificatePlan {
     std::string notBefore = "200101000000Z";
     std::string notAfter = "491231235959Z";
     std::vector<ExtensionPlan> extensions;
-    bool isVersion1 = false; // without any extension, whatever is planned above
+    std::string hash = "SHA256"; // that is signed
+    bool isVersion1 = false;     // without any extension, whatever is planned above
 };
 
 struct X509Deleter {
@@ -67,7 +68,7 @@ using PkeyPtr = std::unique_ptr<EVP_PKEY, PkeyDeleter>;
 class CertificateAuthority {
 public:
     // A self-signed authority with a fresh key on P-256.
-    static CertificateAuthority generate();
+    static CertificateAuthority generate(const std::string& commonName = "Authority");
 
     // An authority with an RSA or EC key from files, each in DER or PEM.
     static CertificateAuthority load(const std::string& certificatePath,
@@ -81,6 +82,9 @@ public:
 
     // A certificate after this plan, signed by the authority, in DER.
     Bytes issue(const CertificatePlan& plan) const;
+
+    // An authority with a fresh key on P-256, whose certificate after this plan this one signs.
+    CertificateAuthority intermediate(const CertificatePlan& plan) const;
 
 private:
     CertificateAuthority(X509Ptr certificate, PkeyPtr key);

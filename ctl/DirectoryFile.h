@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+// Changes of certificate directories that are never seen half done, not even after a power cut.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace Vestrel {
+
+// The end of the names under which files are written; the agent ignores events of such names.
+inline constexpr const char* temporarySuffix = ".integrity-tmp";
+
+// Writes the bytes under the temporary name, syncs them, renames the file to `path`, and syncs the
+// directory. What stood there is replaced. Throws std::system_error, with nothing changed at
+// `path` unless it is the last step that failed.
+void fileIs(const std::string& path, std::span<const std::uint8_t> bytes);
+
+// Removes the file and syncs its directory. Throws std::system_error.
+void fileDel(const std::string& path);
+
+} // namespace Vestrel

@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+// vestrelctl install: puts certificates into a keyring's directory and waits for their keys.
+#include "ctl/DiagnosisText.h"
+#include "ctl/DirectoryFile.h"
+#include "ctl/Keyrings.h"
+#include "ctl/Verbs.h"
+#include "ctl/Wait.h"
+#include "keymodel/CertificateDescription.h"
+#include "keymodel/CertificateFile.h"
+#include "keymodel/IntegrityConstants.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Vestrel {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Options {
+    std::string keyring;
+    std::vector<std::string> files;
+    std::vector<std::string> issuers;
+    double wait = 0;
+};
+
+// One file on its way into the directory.
+struct Installation {
+    FileContent file;
+    Diagnosis diagnosis;
+    std::string path; // in the directory
+    std::string outcome;
+    std::string problem;               // empty: there is none
+    std::vector<key_serial_t> earlier; // keys of its description before it was there
+    ExitStatus status = ExitStatus::done;
+};
+
+void isNot(Installation& installation, ExitStatus status, std::string problem) {
+    installation.outcome = "not-installed";
+    installation.problem = std::move(problem);
+    installation.status = status;
+}
+
+// A file renamed over one with another key would leave that key in its keyring.
+bool carriesAnotherKey(const Installation& installation) {
+    std::error_code error;
+    if (!fs::exists(fs::symlink_status(installation.path, error))) {
+        return false;
+    }
+    const auto der = readCertificateFile(installation.path.c_str());
+    return !der || certificateDescription(*der) != installation.diagnosis.description;
+}
+
+// Everything that speaks against it, before anything is written.
+bool mayBeInstalled(Installation& installation) {
+    const Finding& finding = installation.diagnosis.finding;
+    std::error_code error;
+    if (finding.verdict == Verdict::refused) {
+        isNot(installation, statusOf(installation.diagnosis), finding.explanation);
+    } else if (installation.path.ends_with(temporarySuffix)) {
+        isNot(installation, ExitStatus::failed, "the agent ignores files of such a name");
+    } else if (fs::equivalent(installation.file.path, installation.path, error)) {
+        isNot(installation, ExitStatus::failed, "it is in the directory already");
+    } else if (carriesAnotherKey(installation)) {
+        isNot(installation, ExitStatus::failed,
+              installation.path + " carries another key: remove it first");
+    }
+    return installation.outcome.empty();
+}
+
+Installation prepared(const std::string& path, const Options& options, const Surroundings& known) {
+    Installation installation{.file = fileContent(path),
+                              .diagnosis = {},
+                              .path = {},
+                              .outcome = {},
+                              .problem = {},
+                              .earlier = {}};
+    installation.diagnosis = diagnose(installation.file, options.keyring, known);
+    installation.path =
+        std::string(IntegrityConstants().keyringPathPrefix(options.keyring).view()) + "/" +
+        fs::path(path).filename().string();
+    return installation;
+}
+
+void write(Installation& installation, const std::string& keyring) {
+    installation.earlier = keysOf(keyring, installation.diagnosis.description);
+    try {
+        fileIs(installation.path, installation.file.bytes);
+    } catch (const std::system_error& failure) {
+        isNot(installation, ExitStatus::failed, failure.what());
+    }
+}
+
+// The same certificate loaded again has a key of another serial.
+bool isNew(key_serial_t key, const Installation& installation) {
+    return std::ranges::find(installation.earlier, key) == installation.earlier.end();
+}
+
+void awaitKey(Installation& installation, const Options& options) {
+    const bool isLoaded = holdsWithin(options.wait, [&] {
+        const auto keys = keysOf(options.keyring, installation.diagnosis.description);
+        return std::ranges::any_of(keys, [&](auto key) { return isNew(key, installation); });
+    });
+    if (isLoaded) {
+        installation.outcome = "loaded";
+        return;
+    }
+    installation.outcome = "not-loaded";
+    installation.status = ExitStatus::late;
+    installation.problem = "no key of it came; is vestrel-agent running?";
+    if (installation.diagnosis.finding.verdict == Verdict::unknown) {
+        installation.problem +=
+            " Or the kernel refused it: " + installation.diagnosis.finding.explanation;
+    }
+}
+
+void carriedOut(Installation& installation, const Options& options) {
+    if (!mayBeInstalled(installation)) {
+        return;
+    }
+    write(installation, options.keyring);
+    if (installation.outcome.empty() && options.wait == 0) {
+        installation.outcome = "written";
+    } else if (installation.outcome.empty()) {
+        awaitKey(installation, options);
+    }
+}
+
+Json rowOf(const Installation& installation, const std::string& keyring) {
+    Json row{{"file", installation.file.path},
+             {"path", installation.path},
+             {"outcome", installation.outcome},
+             {"problem", installation.problem}};
+    row["check"] = rowOf(installation.file, keyring, installation.diagnosis);
+    return row;
+}
+
+std::string installationLine(const Json& row) {
+    const auto text = [&](const char* member) { return row.at(member).get<std::string>(); };
+    std::string line = text("file") + ": " + text("outcome");
+    if (!text("problem").empty()) {
+        return line + ": " + text("problem");
+    }
+    return line + " as \"" + row.at("check").at("description").get<std::string>() + "\", from " +
+           text("path");
+}
+
+ExitStatus install(const Options& options, Output& output) {
+    ExitStatus status = ExitStatus::done;
+    Json rows = Json::array();
+    for (const std::string& path : options.files) {
+        // Anew for each, since the one before may be its issuer.
+        Installation installation = prepared(path, options, surroundings(options.issuers));
+        carriedOut(installation, options);
+        status = worse(status, installation.status);
+        rows.push_back(rowOf(installation, options.keyring));
+    }
+    output.lines("install", rows, installationLine);
+    return status;
+}
+
+} // namespace
+
+void addInstall(CLI::App& app, Action& chosen) {
+    CLI::App* const verb = app.add_subcommand(
+        "install", "Put certificates into a keyring's directory and wait for their keys");
+    const auto options = std::make_shared<Options>();
+    addKeyring(*verb, options->keyring);
+    verb->add_option("FILE", options->files, "A certificate in DER or PEM")->required();
+    addIssuers(*verb, options->issuers);
+    addWait(*verb, options->wait);
+    verb->callback([options, &chosen] {
+        chosen = [options](Output& output) { return install(*options, output); };
+    });
+}
+
+} // namespace Vestrel

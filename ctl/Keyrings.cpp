@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+// From the words of the command line to what a diagnosis is made from.
+#include "ctl/Keyrings.h"
+
+#include "keyring/IntegrityKeyringSm.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <stdexcept>
+
+namespace Vestrel {
+
+namespace {
+
+const auto& names = IntegrityKeyringSm::keyringNames;
+
+std::string withDot(std::string name) {
+    return name.starts_with('.') ? name : "." + name;
+}
+
+std::string complaintOf(const std::string& name) {
+    if (std::ranges::find(names, withDot(name)) != names.end()) {
+        return {};
+    }
+    std::string text = name + " is none of the managed keyrings:";
+    for (const char* const managed : names) {
+        text += std::string(" ") + managed;
+    }
+    return text;
+}
+
+// "type;uid;gid;permissions;description"
+bool carries(key_serial_t key, const std::string& description) {
+    char* text = nullptr;
+    if (keyctl_describe_alloc(key, &text) == -1) {
+        return false;
+    }
+    const std::unique_ptr<char, decltype(&std::free)> holder(text, &std::free);
+    const char* field = text;
+    for (int i = 0; i < 4 && field != nullptr; ++i) {
+        field = std::strchr(field, ';');
+        field = field == nullptr ? nullptr : field + 1;
+    }
+    return field != nullptr && description == field;
+}
+
+} // namespace
+
+void addKeyring(CLI::App& verb, std::string& keyring) {
+    verb.add_option("KEYRING", keyring, "A managed keyring, such as .ima")
+        ->required()
+        ->check(complaintOf)
+        ->transform(withDot);
+}
+
+void addIssuers(CLI::App& verb, std::vector<std::string>& issuers) {
+    verb.add_option("--issuer", issuers,
+                    "File with certificates of trusted issuers, to verify signatures with")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+}
+
+Surroundings surroundings(const std::vector<std::string>& issuers) {
+    Surroundings surroundings{kernelView(names), {}, std::time(nullptr)};
+    surroundings.stock.directoriesAdd(names);
+    for (const std::string& path : issuers) {
+        if (!surroundings.stock.fileAdd(path)) {
+            throw std::runtime_error("issuer " + path + ": " + std::strerror(errno));
+        }
+    }
+    return surroundings;
+}
+
+std::vector<key_serial_t> keysOf(const std::string& keyring, const std::string& description) {
+    const key_serial_t serial = find_key_by_type_and_desc("keyring", keyring.c_str(), 0);
+    void* buffer = nullptr;
+    // -1 would name the caller's own thread keyring from here on.
+    const int bytes = serial == -1 ? -1 : keyctl_read_alloc(serial, &buffer);
+    if (bytes == -1) {
+        return {};
+    }
+    const std::unique_ptr<void, decltype(&std::free)> holder(buffer, &std::free);
+    std::vector<key_serial_t> keys(static_cast<std::size_t>(bytes) / sizeof(key_serial_t));
+    if (!keys.empty()) {
+        std::memcpy(keys.data(), buffer, keys.size() * sizeof(key_serial_t));
+    }
+    std::erase_if(keys, [&](key_serial_t key) { return !carries(key, description); });
+    return keys;
+}
+
+} // namespace Vestrel

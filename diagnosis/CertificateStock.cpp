@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+// Gathers certificate files.
+#include "diagnosis/CertificateStock.h"
+
+#include "keymodel/CertificateDescription.h"
+#include "keymodel/CertificateFile.h"
+#include "keymodel/IntegrityConstants.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace Vestrel {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::string_view endOfPem = "-----END ";
+
+// What stands behind the first PEM block; empty when there is none.
+Bytes behindFirstBlock(const Bytes& content) {
+    const auto mark = std::ranges::search(content, endOfPem);
+    return mark.empty() ? Bytes() : Bytes(mark.end(), content.end());
+}
+
+} // namespace
+
+std::vector<std::string> directoryFiles(const std::string& keyring) {
+    const std::string directory(IntegrityConstants().keyringPathPrefix(keyring).view());
+    std::vector<std::string> paths;
+    std::error_code error;
+    if (!fs::is_directory(fs::status(directory, error))) {
+        return paths;
+    }
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+        if (fs::is_regular_file(fs::status(entry.path(), error))) {
+            paths.push_back(entry.path().string());
+        }
+    }
+    std::ranges::sort(paths);
+    return paths;
+}
+
+void CertificateStock::directoriesAdd(std::span<const char* const> keyringNames) {
+    for (const char* const name : keyringNames) {
+        try {
+            directoryAdd(name);
+        } catch (const fs::filesystem_error&) {
+            continue;
+        }
+    }
+}
+
+void CertificateStock::directoryAdd(const std::string& keyring) {
+    for (const std::string& path : directoryFiles(keyring)) {
+        if (auto der = readCertificateFile(path.c_str())) {
+            add(path, keyring, *std::move(der));
+        }
+    }
+}
+
+bool CertificateStock::fileAdd(const std::string& path) {
+    auto content = readFileContent(path.c_str());
+    if (!content) {
+        return false;
+    }
+    bool isAny = false;
+    for (Bytes rest = *std::move(content); !rest.empty(); rest = behindFirstBlock(rest)) {
+        isAny = add(path, "", derOf(rest)) || isAny;
+    }
+    errno = isAny ? 0 : EBADMSG;
+    return isAny;
+}
+
+std::vector<std::string> CertificateStock::carriers(const std::string& keyring,
+                                                    const std::string& description,
+                                                    const std::string& butNot) const {
+    std::vector<std::string> paths;
+    std::error_code error;
+    for (const StockedCertificate& certificate : certificates_) {
+        if (certificate.keyring == keyring && certificate.description == description &&
+            !fs::equivalent(certificate.path, butNot, error)) {
+            paths.push_back(certificate.path);
+        }
+    }
+    return paths;
+}
+
+bool CertificateStock::add(const std::string& path, const std::string& keyring, Bytes der) {
+    std::string description = certificateDescription(der);
+    if (description.empty()) {
+        return false;
+    }
+    certificates_.push_back({path, keyring, std::move(der), std::move(description)});
+    return true;
+}
+
+} // namespace Vestrel

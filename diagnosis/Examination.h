@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+// One readable certificate on its way into one keyring.
+#pragma once
+
+#include "diagnosis/Diagnosis.h"
+#include "diagnosis/TrustSearch.h"
+#include "keymodel/CertificateFields.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Vestrel {
+
+// Views its arguments, which must outlive it.
+class Examination {
+public:
+    Examination(const CertificateFields& certificate, const std::string& keyring,
+                const Surroundings& surroundings)
+        : certificate_(certificate), keyring_(keyring), kernel_(surroundings.kernel),
+          stock_(surroundings.stock), scope_(trustScope(keyring, kernel_)) {}
+
+    // Takes the kernel's steps in their order; the first that does not pass is the finding.
+    Finding finding() const;
+
+    const std::vector<std::string>& trusted() const { return scope_.keyrings; }
+
+private:
+    using MaybeFinding = std::optional<Finding>;
+
+    bool isNewer() const;
+    bool isOlder() const;
+    std::string release() const;
+    Finding unsupported(const std::string& what) const;
+
+    MaybeFinding algorithms() const;
+    MaybeFinding blacklist() const;
+    MaybeFinding ownSignature() const;
+    MaybeFinding newerRules() const;
+    MaybeFinding narrowedTrust() const;
+    Finding trust() const;
+
+    std::string issuerText() const;
+    Trust search(bool& sawAll) const;
+    Finding verified(const Trust& trust) const;
+    std::string elsewhere() const;
+    Finding noIssuer(const std::string& issuer) const;
+
+    const CertificateFields& certificate_;
+    const std::string& keyring_;
+    const KernelView& kernel_;
+    const CertificateStock& stock_;
+    const TrustScope scope_;
+};
+
+} // namespace Vestrel
