@@ -10,6 +10,7 @@
 #include "keyring/IntegrityKeyringSm.h"
 #include "platform/orvo/Ptr.h"
 #include "platform/zell/ActivityManager.h"
+#include "survey/AgentSocket.h"
 #include "syslog/IntegritySyslogSm.h"
 
 #include <memory>
@@ -21,8 +22,8 @@ namespace Vestrel {
 // record, kernel and disk, and a client of the status socket that asks for it.
 class Agent {
 public:
-    static constexpr const char* statusDirectory = "/run/vestrel";
-    static constexpr const char* statusSocket = "/run/vestrel/agent.sock";
+    static constexpr const char* statusDirectory = agentSocketDirectory;
+    static constexpr const char* statusSocket = agentSocket;
 
     // Blocks the signals; nothing else happens before run(). Throws std::system_error.
     explicit Agent(const AgentOptions& options);

@@ -19,7 +19,7 @@ namespace {
 using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
-const std::vector<std::string> verbs{"messages"};
+const std::vector<std::string> verbs{"messages", "status", "keys", "files", "resync", "trace"};
 
 // The status of the installed program's twin, run by a shell.
 int statusOf(const std::string& arguments) {
@@ -62,7 +62,9 @@ TEST_P(WrongCtlUsage, IsExplainedOnStderrAndEndsWithStatusTwo) {
 
 INSTANTIATE_TEST_SUITE_P(CtlCommandLine, WrongCtlUsage,
                          testing::Values(Words{}, Words{"--json"}, Words{"frobnicate"},
-                                         Words{"--unknown"}, Words{"messages", "--unknown"}),
+                                         Words{"--unknown"}, Words{"messages", "--unknown"},
+                                         Words{"keys", "none"}, Words{"files", ".ima", "more"},
+                                         Words{"status", "word"}),
                          [](const auto& test) { return "line" + std::to_string(test.index); });
 
 TEST(CtlCommandLine, JsonMayStandBeforeAndBehindTheVerb) {
