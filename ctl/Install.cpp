@@ -61,12 +61,11 @@ bool carriesAnotherKey(const Installation& installation) {
 // Everything that speaks against it, before anything is written.
 bool mayBeInstalled(Installation& installation) {
     const Finding& finding = installation.diagnosis.finding;
-    std::error_code error;
     if (finding.verdict == Verdict::refused) {
         isNot(installation, statusOf(installation.diagnosis), finding.explanation);
     } else if (installation.path.ends_with(temporarySuffix)) {
         isNot(installation, ExitStatus::failed, "the agent ignores files of such a name");
-    } else if (fs::equivalent(installation.file.path, installation.path, error)) {
+    } else if (isSameEntry(installation.file.path, installation.path)) {
         isNot(installation, ExitStatus::failed, "it is in the directory already");
     } else if (carriesAnotherKey(installation)) {
         isNot(installation, ExitStatus::failed,

@@ -29,7 +29,18 @@ Bytes behindFirstBlock(const Bytes& content) {
     return mark.empty() ? Bytes() : Bytes(mark.end(), content.end());
 }
 
+// With the directory's true path, but the entry itself as it is named.
+fs::path entryOf(const fs::path& path) {
+    std::error_code error;
+    const fs::path directory = fs::weakly_canonical(fs::absolute(path, error).parent_path(), error);
+    return directory / path.filename();
+}
+
 } // namespace
+
+bool isSameEntry(const std::string& one, const std::string& other) {
+    return entryOf(one) == entryOf(other);
+}
 
 std::vector<std::string> directoryFiles(const std::string& keyring) {
     const std::string directory(IntegrityConstants().keyringPathPrefix(keyring).view());
@@ -82,10 +93,9 @@ std::vector<std::string> CertificateStock::carriers(const std::string& keyring,
                                                     const std::string& description,
                                                     const std::string& butNot) const {
     std::vector<std::string> paths;
-    std::error_code error;
     for (const StockedCertificate& certificate : certificates_) {
         if (certificate.keyring == keyring && certificate.description == description &&
-            !fs::equivalent(certificate.path, butNot, error)) {
+            !isSameEntry(certificate.path, butNot)) {
             paths.push_back(certificate.path);
         }
     }

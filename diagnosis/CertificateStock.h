@@ -13,6 +13,9 @@ namespace Vestrel {
 // Throws std::filesystem::filesystem_error when it cannot be read.
 std::vector<std::string> directoryFiles(const std::string& keyring);
 
+// Whether both paths name one entry of one directory; two links to a file are two entries.
+bool isSameEntry(const std::string& one, const std::string& other);
+
 struct StockedCertificate {
     std::string path;
     std::string keyring; // whose directory it lies in; empty: in none

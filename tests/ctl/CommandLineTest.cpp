@@ -19,7 +19,8 @@ namespace {
 using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
-const std::vector<std::string> verbs{"messages", "status", "keys", "files", "resync", "trace"};
+const std::vector<std::string> verbs{"check", "files",  "install", "keys",   "messages",
+                                     "plan",  "remove", "resync",  "status", "trace"};
 
 // The status of the installed program's twin, run by a shell.
 int statusOf(const std::string& arguments) {
@@ -60,12 +61,17 @@ TEST_P(WrongCtlUsage, IsExplainedOnStderrAndEndsWithStatusTwo) {
     EXPECT_NE(ran.err, "");
 }
 
-INSTANTIATE_TEST_SUITE_P(CtlCommandLine, WrongCtlUsage,
-                         testing::Values(Words{}, Words{"--json"}, Words{"frobnicate"},
-                                         Words{"--unknown"}, Words{"messages", "--unknown"},
-                                         Words{"keys", "none"}, Words{"files", ".ima", "more"},
-                                         Words{"status", "word"}),
-                         [](const auto& test) { return "line" + std::to_string(test.index); });
+INSTANTIATE_TEST_SUITE_P(
+    CtlCommandLine, WrongCtlUsage,
+    testing::Values(Words{}, Words{"--json"}, Words{"frobnicate"}, Words{"--unknown"},
+                    Words{"messages", "--unknown"}, Words{"check"}, Words{"check", ".ima"},
+                    Words{"check", ".other", "file"}, Words{"check", ".ima", "file", "--issuer"},
+                    Words{"install", ".ima", "file", "--wait", "-1"},
+                    Words{"install", ".ima", "file", "--wait", "soon"}, Words{"remove", ".ima"},
+                    Words{"remove", ".ima", "../name"}, Words{"plan", "word"},
+                    Words{"plan", "check", ".ima", "file"}, Words{"keys", "none"},
+                    Words{"files", ".ima", "more"}, Words{"status", "word"}),
+    [](const auto& test) { return "line" + std::to_string(test.index); });
 
 TEST(CtlCommandLine, JsonMayStandBeforeAndBehindTheVerb) {
     EXPECT_EQ(ctl({"--json", "messages"}).out, ctl({"messages", "--json"}).out);

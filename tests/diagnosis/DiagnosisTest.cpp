@@ -334,8 +334,24 @@ TEST_F(DiagnosisTest, NamesTheFilesThatCarryTheSameKey) {
                 testing::ElementsAre(second))
         << "itself left out";
     EXPECT_THAT(said(trusted().issue({}), ".secondary_trusted_keys").carriedBy, testing::IsEmpty());
+    EXPECT_THAT(diagnose(fileContent("/etc/keys/ima/../ima/first"), ".ima", known_).carriedBy,
+                testing::ElementsAre(second));
     ring(".ima").keys = {said(trusted().issue({})).description};
     EXPECT_TRUE(said(trusted().issue({})).isInKeyring);
+}
+
+TEST_F(DiagnosisTest, CountsALinkToAFileAsAnother) {
+    files_.write("der", text(trusted().issue({})));
+    std::filesystem::copy(files_.path("der"), "/etc/keys/ima/first");
+    std::filesystem::create_hard_link("/etc/keys/ima/first", "/etc/keys/ima/second");
+    const char* const name = ".ima";
+    known_.stock.directoriesAdd({&name, 1});
+    const Diagnosis first = diagnose(fileContent("/etc/keys/ima/first"), ".ima", known_);
+    EXPECT_THAT(first.carriedBy, testing::ElementsAre("/etc/keys/ima/second"));
+    std::filesystem::remove("/etc/keys/ima/first");
+    EXPECT_THAT(known_.stock.carriers(".ima", first.description, "/etc/keys/ima/first"),
+                testing::ElementsAre("/etc/keys/ima/second"))
+        << "and knows it when it is gone";
 }
 
 TEST_F(DiagnosisTest, HasANameAndItsErrorsForEveryReason) {

@@ -1,0 +1,240 @@
+// SPDX-License-Identifier: Apache-2.0
+// check, install, remove and plan beside the model of the key service. What takes a kernel that
+// judges certificates, or an agent, is in the cases of tests/kernel.
+#include "ctl/DirectoryFile.h"
+#include "keymodel/CertificateDescription.h"
+#include "tests/ctl/Ran.h"
+#include "tests/fakes/KeyService.h"
+#include "tests/support/CertificateMaker.h"
+#include "tests/support/TempDir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+namespace Vestrel::Tests {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using testing::HasSubstr;
+
+const std::string directory = "/etc/keys/ima";
+
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class CtlFiles : public testing::Test {
+protected:
+    CtlFiles() {
+        fs::create_directories(directory);
+        keys_.keyring(".ima");
+        keys_.keyring(".secondary_trusted_keys");
+        keys_.keyring(".builtin_trusted_keys", readOnlyKeyring);
+        keys_.keyring(".machine", readOnlyKeyring);
+        const Bytes ca = authority_.certificate();
+        authorityPath_ = files_.write("ca", std::string(ca.begin(), ca.end()));
+        keys_.addKey(".builtin_trusted_keys", certificateDescription(ca));
+        const Bytes der = authority_.issue({});
+        certificate_ = std::string(der.begin(), der.end());
+        description_ = certificateDescription(der);
+    }
+
+    ~CtlFiles() override { fs::remove_all("/etc/keys"); }
+
+    std::string inPlace(const std::string& name, const std::string& content) const {
+        std::ofstream(directory + "/" + name, std::ios::binary) << content;
+        return directory + "/" + name;
+    }
+
+    static std::vector<std::string> namesInPlace() {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(directory)) {
+            names.push_back(entry.path().filename().string());
+        }
+        return names;
+    }
+
+    KeyService keys_;
+    TempDir files_;
+    const CertificateAuthority authority_ = CertificateAuthority::generate();
+    std::string authorityPath_;
+    std::string certificate_;
+    std::string description_;
+};
+
+TEST_F(CtlFiles, CheckHasARowForEachFileAndTheGravestStatus) {
+    const Ran ran = ctl({"check", "--json", ".ima", files_.write("good", certificate_),
+                         files_.write("bad", "garbage")});
+    EXPECT_EQ(ran.status, 3);
+    const auto rows = ran.json().at("check");
+    ASSERT_EQ(rows.size(), 2U);
+    EXPECT_EQ(rows[0].at("verdict"), "unknown") << "without the issuer's certificate";
+    EXPECT_EQ(rows[0].at("reason"), "unverifiable-signature");
+    EXPECT_EQ(rows[0].at("description"), description_);
+    EXPECT_EQ(rows[1].at("reason"), "not-a-certificate");
+    EXPECT_EQ(rows[1].at("errors")[0], "Bad message");
+    EXPECT_EQ(rows[1].at("keyring"), ".ima");
+}
+
+TEST_F(CtlFiles, CheckTakesTheKeyringWithoutItsDot) {
+    const Ran ran = ctl({"check", "builtin_trusted_keys", files_.write("good", certificate_)});
+    EXPECT_EQ(ran.status, 3);
+    EXPECT_THAT(ran.out, HasSubstr("refused (protected-keyring, \"Permission denied\"): only the "
+                                   "kernel itself fills .builtin_trusted_keys"));
+}
+
+TEST_F(CtlFiles, CheckSaysWhichFileOfAnIssuerItCannotUse) {
+    const Ran ran = ctl({"check", ".ima", "--issuer", files_.write("text", "text"),
+                         files_.write("good", certificate_)});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(ran.out, "");
+    EXPECT_EQ(ran.err, "vestrelctl: issuer " + files_.path("text") + ": Bad message\n");
+}
+
+TEST_F(CtlFiles, CheckTakesSeveralFilesOfIssuers) {
+    const Bytes ca = CertificateAuthority::generate("Other").certificate();
+    const std::string other = files_.write("other", std::string(ca.begin(), ca.end()));
+    const std::string good = files_.write("good", certificate_);
+    const auto reason = [](const Ran& ran) { return ran.json().at("check")[0].at("reason"); };
+    EXPECT_EQ(reason(ctl({"check", "--json", ".ima", "--issuer", other, good})),
+              "unverifiable-signature");
+    EXPECT_NE(reason(ctl({"check", "--json", ".ima", "--issuer", other, "--issuer", authorityPath_,
+                          good})),
+              "unverifiable-signature");
+}
+
+TEST_F(CtlFiles, CheckIsOneLineAFileWhateverItsNameHolds) {
+    const Ran ran = ctl({"check", ".ima", files_.write("a\nb", "garbage")});
+    EXPECT_THAT(ran.out, HasSubstr("/a\\x0ab: refused (not-a-certificate"));
+    EXPECT_EQ(std::ranges::count(ran.out, '\n'), 1);
+}
+
+TEST_F(CtlFiles, InstallWritesTheFileAndLeavesNothingBesideIt) {
+    inPlace("good.integrity-tmp", "left behind by another writer");
+    const Ran ran = ctl({"install", ".ima", "--wait", "0", files_.write("good", certificate_)});
+    EXPECT_EQ(ran.status, 0) << ran.out;
+    EXPECT_EQ(contentOf(directory + "/good"), certificate_);
+    EXPECT_THAT(namesInPlace(), testing::ElementsAre("good"));
+    EXPECT_THAT(keys_.keysOf(".ima"), testing::IsEmpty()) << "to load it is the agent's business";
+}
+
+TEST_F(CtlFiles, InstallOfARefusedOneWritesNothing) {
+    const Ran ran = ctl({"install", ".ima", files_.write("bad", "garbage")});
+    EXPECT_EQ(ran.status, 3);
+    EXPECT_THAT(ran.out, HasSubstr("bad: not-installed: not a certificate"));
+    EXPECT_THAT(namesInPlace(), testing::IsEmpty());
+}
+
+TEST_F(CtlFiles, InstallKeepsAFileWithAnotherKey) {
+    inPlace("good", "something else");
+    const Ran ran = ctl({"install", ".ima", files_.write("good", certificate_)});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_THAT(ran.out, HasSubstr("carries another key: remove it first"));
+    EXPECT_EQ(contentOf(directory + "/good"), "something else");
+}
+
+TEST_F(CtlFiles, InstallIsLateWhenNoKeyComes) {
+    keys_.addKey(".ima", description_); // which was there before
+    const Ran ran =
+        ctl({"install", ".ima", "--wait", "0.05", "--json", files_.write("good", certificate_)});
+    EXPECT_EQ(ran.status, 5);
+    const auto row = ran.json().at("install")[0];
+    EXPECT_EQ(row.at("outcome"), "not-loaded");
+    EXPECT_EQ(row.at("check").at("inKeyring"), true);
+}
+
+TEST_F(CtlFiles, RemoveOfWhatHasNoKeyDoesNotWait) {
+    inPlace("good", certificate_);
+    const Ran ran = ctl({"remove", ".ima", "good"});
+    EXPECT_EQ(ran.status, 0);
+    EXPECT_EQ(ran.out,
+              directory + "/good: removed \"" + description_ + "\": no key of it was in .ima\n");
+    EXPECT_THAT(namesInPlace(), testing::IsEmpty());
+}
+
+TEST_F(CtlFiles, RemoveIsLateWhileTheKeyStays) {
+    inPlace("good", certificate_);
+    keys_.addKey(".ima", description_);
+    const Ran ran = ctl({"remove", ".ima", "good", "--wait", "0.05"});
+    EXPECT_EQ(ran.status, 5);
+    EXPECT_THAT(ran.out, HasSubstr("not-unlinked"));
+}
+
+TEST_F(CtlFiles, RemoveSaysWhichOtherFileCarriesTheKey) {
+    inPlace("good", certificate_);
+    inPlace("twin", certificate_);
+    keys_.addKey(".ima", description_);
+    const Ran ran = ctl({"remove", ".ima", "good"});
+    EXPECT_EQ(ran.status, 0);
+    EXPECT_THAT(ran.out, HasSubstr(": " + directory + "/twin carries the same key"));
+}
+
+TEST_F(CtlFiles, RemoveTakesNamesOnly) {
+    files_.write("good", certificate_);
+    for (const std::string& name : {files_.path("good"), std::string(".."), std::string(".")}) {
+        EXPECT_EQ(ctl({"remove", ".ima", name}).status, 2) << name;
+    }
+    EXPECT_TRUE(files_.has("good"));
+}
+
+TEST_F(CtlFiles, PlanHasAnActionForEveryFileAndKey) {
+    inPlace("garbage", "garbage");
+    inPlace("good", certificate_);
+    keys_.addKey(".ima", "another: 01");
+    const auto rows = ctl({"plan", "--json"}).json().at("plan");
+    ASSERT_GE(rows.size(), 3U);
+    EXPECT_EQ(rows[0].at("action"), "skip");
+    EXPECT_EQ(rows[1].at("action"), "load");
+    EXPECT_EQ(rows[1].at("file"), directory + "/good");
+    EXPECT_EQ(rows[2].at("action"), "keep");
+    EXPECT_EQ(rows[2].at("description"), "another: 01");
+    keys_.addKey(".ima", description_);
+    EXPECT_EQ(ctl({"plan", "--json"}).json().at("plan")[1].at("action"), "map");
+    EXPECT_EQ(ctl({"plan"}).status, 0);
+}
+
+TEST_F(CtlFiles, PlanSkipsTheFilesOfAKeyringThatIsMissing) {
+    inPlace("good", certificate_);
+    keys_.removeKeyring(".ima");
+    const Ran ran = ctl({"plan", "--json"});
+    EXPECT_EQ(ran.json().at("plan")[0].at("action"), "skip");
+    EXPECT_THAT(ran.json().at("plan")[0].at("explanation").get<std::string>(),
+                HasSubstr("the keyring cannot be used"));
+}
+
+// One file operation each, as the system refuses it.
+TEST_F(CtlFiles, AFailedChangeLeavesTheDirectoryAsItWas) {
+    const std::vector<std::uint8_t> bytes{1, 2, 3};
+    EXPECT_THROW(fileIs("/etc/keys/none/file", bytes), std::system_error);
+    fs::create_directories(directory + "/folder/inside");
+    EXPECT_THROW(fileIs(directory + "/folder", bytes), std::system_error)
+        << "which cannot be renamed onto";
+    EXPECT_THAT(namesInPlace(), testing::ElementsAre("folder"));
+    EXPECT_THROW(fileDel(directory + "/absent"), std::system_error);
+}
+
+TEST_F(CtlFiles, AWrittenFileIsReadableToAllAndWritableToItsOwner) {
+    umask(077);
+    fileIs(directory + "/file", std::vector<std::uint8_t>{1});
+    umask(022);
+
+    struct stat status {};
+
+    ASSERT_EQ(stat((directory + "/file").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0644U);
+}
+
+} // namespace
+
+} // namespace Vestrel::Tests
