@@ -2,8 +2,9 @@
 // Life of the host process.
 #include "agent/Agent.h"
 
+#include "agent/AgentMessages.h"
 #include "agent/Directories.h"
-#include "agent/Options.h"
+#include "logmsg/LogCall.h"
 #include "platform/zell/LogFacility.h"
 
 #include <systemd/sd-daemon.h>
@@ -11,7 +12,9 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <cstdio>
 #include <ctime>
+#include <system_error>
 
 namespace Vestrel {
 
@@ -19,6 +22,8 @@ namespace {
 
 // Whoever may write to the kernel message socket may forge messages.
 constexpr mode_t ownerMayReadAndWrite = 0177;
+
+Zell::LogHandle driftMessage(&agentDescriptor(AgentMessageId::drift), Orvo::Duration(), 1.0, 0, 0);
 
 // The service manager orders the reload by the monotonic clock.
 void notifyReloading() {
@@ -30,9 +35,13 @@ void notifyReloading() {
 
 } // namespace
 
-Agent::Agent()
-    : loop_(Zell::ActivityFacility::activityManager()),
-      keyrings_(Orvo::makeNode<IntegrityKeyringColl>()) {
+Agent::Agent(const AgentOptions& options)
+    : options_(options), loop_(Zell::ActivityFacility::activityManager()),
+      keyrings_(Orvo::makeNode<IntegrityKeyringColl>()),
+      requests_({[this]() -> IntegrityKeyringSm& { return *keyringSm_; },
+                 [this]() -> IntegritySyslogSm& { return *syslogSm_; },
+                 [this]() -> const DriftRecord& { return drift_->record(); },
+                 [this] { return resync(); }}) {
     for (const int signal : {SIGTERM, SIGINT}) {
         loop_->signalIs(signal, [this] { loop_->exitIs(ended); });
     }
@@ -43,10 +52,18 @@ int Agent::run() {
     umask(ownerMayReadAndWrite);
     keyringSmCreate();
     syslogSm_ = integritySyslogSmFactory();
+    drift_ = std::make_unique<DriftWatch>(
+        loop_,
+        DriftWatch::Host{[this]() -> IntegrityKeyringSm& { return *keyringSm_; },
+                         [this](const Differences& differences) { rebuild(differences); }},
+        DriftWatch::Times{.interval = std::chrono::seconds(options_.driftInterval)});
+    statusServerCreate();
     loop_->watchdogIs(true);
     sd_notify(0, "READY=1");
     const int status = loop_->run();
     sd_notify(0, "STOPPING=1");
+    statusServer_ = nullptr;
+    drift_ = nullptr;
     syslogSm_ = nullptr;
     keyringSm_ = nullptr;
     Zell::LogFacility::reportSuppressed(true);
@@ -58,11 +75,39 @@ void Agent::keyringSmCreate() {
     keyringSm_ = integrityKeyringSmFactory(keyrings_);
 }
 
+// The agent's work does not depend on being watched.
+void Agent::statusServerCreate() {
+    statusDirectoryIs(statusDirectory);
+    try {
+        statusServer_ = std::make_unique<StatusServer>(
+            loop_, statusSocket,
+            [this](std::string_view request) { return requests_.answer(request); },
+            Requests::tooLong(StatusServer::maxLine));
+    } catch (const std::system_error& failure) {
+        std::fprintf(stderr, "vestrel-agent: no status socket: %s\n", failure.what());
+    }
+}
+
 void Agent::reload() {
     notifyReloading();
+    resync();
+    sd_notify(0, "READY=1");
+}
+
+Differences Agent::resync() {
+    const Differences differed = drift_->look();
+    rebuild(differed);
+    return differed;
+}
+
+void Agent::rebuild(const Differences& differences) {
+    if (!differences.empty()) {
+        log(driftMessage, summary(differences));
+    }
+    drift_->lostEventsMakeUp();
     keyringSm_ = nullptr; // before the new one fills the collection that they share
     keyringSmCreate();
-    sd_notify(0, "READY=1");
+    drift_->rebuilt();
 }
 
 } // namespace Vestrel

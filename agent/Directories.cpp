@@ -25,21 +25,27 @@ bool directoryIs(const Orvo::String& path) {
     return errno == EEXIST;
 }
 
-void provide(const Orvo::String& path) {
+void provide(const char* kind, const Orvo::String& path) {
     if (!directoryIs(path)) {
-        std::fprintf(stderr, "vestrel-agent: cannot create certificate directory %s: %s\n",
-                     path.c_str(), std::strerror(errno));
+        std::fprintf(stderr, "vestrel-agent: cannot create %s %s: %s\n", kind, path.c_str(),
+                     std::strerror(errno));
     }
 }
+
+constexpr const char* certificateDirectory = "certificate directory";
 
 } // namespace
 
 void certificateDirectoriesIs() {
     const IntegrityConstants constants;
-    provide(constants.integrityKeyPathPrefix());
+    provide(certificateDirectory, constants.integrityKeyPathPrefix());
     for (const char* const keyringName : IntegrityKeyringSm::keyringNames) {
-        provide(constants.keyringPathPrefix(keyringName));
+        provide(certificateDirectory, constants.keyringPathPrefix(keyringName));
     }
+}
+
+void statusDirectoryIs(const char* path) {
+    provide("directory", path);
 }
 
 } // namespace Vestrel

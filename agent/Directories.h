@@ -8,4 +8,7 @@ namespace Vestrel {
 // cannot be created is reported on stderr and left: the state machine goes on without it.
 void certificateDirectoriesIs();
 
+// The same for the directory of the status socket.
+void statusDirectoryIs(const char* path);
+
 } // namespace Vestrel

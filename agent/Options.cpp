@@ -10,6 +10,8 @@ namespace Vestrel {
 
 namespace {
 
+constexpr int longestInterval = 86400;
+
 const std::map<std::string, LogTarget> logTargets{{"auto", LogTarget::automatic},
                                                   {"journal", LogTarget::journal},
                                                   {"syslog", LogTarget::syslog},
@@ -28,6 +30,11 @@ std::optional<AgentOptions> agentOptions(int argc, char** argv, int& status) {
         ->capture_default_str();
     app.add_option("--log", log, "Where log messages go: auto, journal, syslog or stderr")
         ->check(CLI::IsMember(logTargets))
+        ->capture_default_str();
+    app.add_option("--drift-interval", options.driftInterval,
+                   "Compare record, kernel and directories every so many seconds; 0: only when "
+                   "events were lost")
+        ->check(CLI::Range(0, longestInterval))
         ->capture_default_str();
     try {
         app.parse(argc, argv);

@@ -12,6 +12,7 @@ enum class LogTarget { automatic, journal, syslog, standardError };
 struct AgentOptions {
     int traceLevel = 1;
     LogTarget log = LogTarget::automatic;
+    int driftInterval = 300; // in seconds; 0: never on time alone
 };
 
 // The exit statuses of the agent.

@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
     }
     try {
         Vestrel::sinksAre(*options);
-        return Vestrel::Agent().run();
+        return Vestrel::Agent(*options).run();
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "vestrel-agent: %s\n", failure.what());
         return Vestrel::failed;

@@ -36,10 +36,15 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     app.require_subcommand(1);
     app.fallthrough(); // so that --json may stand behind the verb as well
     addCheck(app, action);
+    addFiles(app, action);
     addInstall(app, action);
+    addKeys(app, action);
     addMessages(app, action);
     addPlan(app, action);
     addRemove(app, action);
+    addResync(app, action);
+    addStatus(app, action);
+    addTrace(app, action);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& end) {

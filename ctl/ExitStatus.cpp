@@ -10,7 +10,8 @@ namespace Vestrel {
 namespace {
 
 constexpr std::array gravest{ExitStatus::wrongUsage, ExitStatus::failed, ExitStatus::refused,
-                             ExitStatus::unknown,    ExitStatus::late,   ExitStatus::done};
+                             ExitStatus::unknown,    ExitStatus::late,   ExitStatus::unhealthy,
+                             ExitStatus::done};
 
 } // namespace
 

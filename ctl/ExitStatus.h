@@ -5,7 +5,7 @@
 namespace Vestrel {
 
 // When several hold, the first of them that is not `done`, in this order, is the status: failed,
-// refused, unknown, late.
+// refused, unknown, late, unhealthy.
 enum class ExitStatus : int {
     done = 0,
     failed = 1,     // a file or a system call; the reason is on standard error
@@ -13,6 +13,7 @@ enum class ExitStatus : int {
     refused = 3,    // the kernel does not take a certificate
     unknown = 4,    // whether the kernel takes a certificate cannot be known
     late = 5,       // what was waited for did not happen in time
+    unhealthy = 6,  // something is not as it should be; `vestrelctl status` says what
 };
 
 // The status of a whole of which one part ended with the one, another with the other.

@@ -59,6 +59,12 @@ void addKeyring(CLI::App& verb, std::string& keyring) {
         ->transform(withDot);
 }
 
+void addOptionalKeyring(CLI::App& verb, std::string& keyring) {
+    verb.add_option("KEYRING", keyring, "A managed keyring, such as .ima; all of them without it")
+        ->check(complaintOf)
+        ->transform(withDot);
+}
+
 void addIssuers(CLI::App& verb, std::vector<std::string>& issuers) {
     verb.add_option("--issuer", issuers,
                     "File with certificates of trusted issuers, to verify signatures with")

@@ -18,6 +18,9 @@ namespace Vestrel {
 // The word of the command line that names a managed keyring, with or without its leading dot.
 void addKeyring(CLI::App& verb, std::string& keyring);
 
+// The same, where all keyrings are meant without it.
+void addOptionalKeyring(CLI::App& verb, std::string& keyring);
+
 // Files with certificates of issuers that lie in no directory.
 void addIssuers(CLI::App& verb, std::vector<std::string>& issuers);
 

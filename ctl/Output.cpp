@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 namespace Vestrel {
 
@@ -90,6 +91,22 @@ void Output::table(const std::string& name, const std::vector<Column>& columns, 
             line += padded(cell(row, columns[i]), widthOfColumn[i]);
         }
         withoutTrailingBlanks(out_, line);
+    }
+}
+
+void Output::tables(const std::vector<Table>& tables) {
+    Json result = Json::object();
+    bool isFirst = true;
+    for (const Table& each : tables) {
+        if (isJson_) {
+            result[each.name] = each.rows;
+        } else if (!each.rows.empty()) {
+            out_ << (std::exchange(isFirst, false) ? "" : "\n");
+            table(each.name, each.columns, each.rows);
+        }
+    }
+    if (isJson_) {
+        out_ << result.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
     }
 }
 

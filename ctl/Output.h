@@ -21,6 +21,13 @@ struct Column {
     std::string heading;
 };
 
+// One of several results that are shown together.
+struct Table {
+    std::string name;
+    std::vector<Column> columns;
+    Json rows;
+};
+
 // Each verb shows one result: a name and an array of objects, its rows. As JSON it is one line with
 // one object that holds the array under that name; bytes that are not UTF-8 become U+FFFD there. As
 // text it takes one of the three forms; control characters come out as \xHH, so that a row never
@@ -36,12 +43,19 @@ public:
     // Aligned columns under their headings; nothing but the headings when there are no rows.
     void table(const std::string& name, const std::vector<Column>& columns, const Json& rows);
 
+    // Several of them, with an empty line between two; those without rows are left out of the text.
+    // As JSON one object that holds each array under its name.
+    void tables(const std::vector<Table>& tables);
+
     // One paragraph a row, one line a column; a member that is absent or empty has no line.
     void records(const std::string& name, const std::vector<Column>& columns, const Json& rows);
 
     // One line a row.
     void lines(const std::string& name, const Json& rows,
                const std::function<std::string(const Json& row)>& lineOf);
+
+    // Hands on what was shown so far; false when it cannot be written.
+    bool flush() { return static_cast<bool>(out_.flush()); }
 
     // One line on standard error, in either form.
     void complaint(std::string_view text);

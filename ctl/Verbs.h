@@ -20,9 +20,14 @@ using Action = std::function<ExitStatus(Output&)>;
 // Each adds its verb, with its arguments and options, to the command line; when that verb is on
 // it, `chosen` becomes what it does. `chosen` must outlive the parsing.
 void addCheck(CLI::App& app, Action& chosen);
+void addFiles(CLI::App& app, Action& chosen);
 void addInstall(CLI::App& app, Action& chosen);
+void addKeys(CLI::App& app, Action& chosen);
 void addMessages(CLI::App& app, Action& chosen);
 void addPlan(CLI::App& app, Action& chosen);
 void addRemove(CLI::App& app, Action& chosen);
+void addResync(CLI::App& app, Action& chosen);
+void addStatus(CLI::App& app, Action& chosen);
+void addTrace(CLI::App& app, Action& chosen);
 
 } // namespace Vestrel

@@ -3,6 +3,7 @@
 #include "keymodel/IntegrityConstants.h"
 #include "keyring/DirectoryEvent.h"
 #include "keyring/IntegrityKeyringSm.h"
+#include "keyring/KeyringCounters.h"
 #include "platform/duolog/Duolog.h"
 
 #include <sys/inotify.h>
@@ -90,6 +91,9 @@ void DirectoryDrain::record(const DirectoryEvent& event) {
     DUOLOG_IN(operation_, 5, "Received notification for watch ", event.watch, " with mask ",
               event.mask, ", cookie ", event.cookie, ", name (size ", event.nameLength, ") ",
               event.name);
+    if ((event.mask & IN_Q_OVERFLOW) != 0) {
+        KeyringCounters::of(keyringName_).doubtIs(&KeyringCounters::overflows);
+    }
     const fs::path path = directory_ / event.name;
     if (event.name.ends_with(temporarySuffix)) {
         DUOLOG_IN(operation_, 5, "Skipping temporary file");

@@ -2,6 +2,7 @@
 // Opening the watch on a keyring's certificate directory.
 #include "keymodel/IntegrityConstants.h"
 #include "keyring/IntegrityKeyringSm.h"
+#include "keyring/KeyringCounters.h"
 #include "platform/duolog/Duolog.h"
 #include "platform/zell/OwnedFd.h"
 
@@ -25,6 +26,7 @@ KeyringWatcherInfo IntegrityKeyringSm::createInotifyWatch(const KeyringWatcherIn
     Zell::OwnedFd inotify(inotify_init1(IN_NONBLOCK));
     if (!inotify) {
         DUOLOG_FAILED("inotify_init1");
+        KeyringCounters::of(keyringName).failureIs("inotify_init1", errno);
         return result;
     }
     const Orvo::String directory = IntegrityConstants().keyringPathPrefix(keyringName);
@@ -32,6 +34,7 @@ KeyringWatcherInfo IntegrityKeyringSm::createInotifyWatch(const KeyringWatcherIn
     const int watch = inotify_add_watch(inotify.get(), directory.c_str(), watchedEvents);
     if (watch == -1) {
         DUOLOG_FAILED("inotify_add_watch");
+        KeyringCounters::of(keyringName).failureIs("inotify_add_watch", errno);
         return result;
     }
     inotifyDescriptorsIs(Zell::readableDescriptor(keyringName, inotify.get()));

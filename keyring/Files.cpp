@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Certificate files: loaded, reloaded, dropped, and the maps between files and descriptions.
 #include "keyring/IntegrityKeyringSm.h"
+#include "keyring/KeyringCounters.h"
 #include "logmsg/LogCall.h"
 #include "logmsg/LogMessages.h"
 #include "platform/duolog/Duolog.h"
@@ -26,8 +27,10 @@ key_serial_t IntegrityKeyringSm::loadFile(const Orvo::String& keyringName,
     if (serial == -1) {
         char* const cause = std::strerror(errno);
         log(logHandles.VESTREL_INTEGRITY_LOAD_KEY_FAIL, file, keyringName, cause);
+        KeyringCounters::of(keyringName).refusalIs(file, cause);
         return -1;
     }
+    KeyringCounters::of(keyringName).loadIs(file);
     DUOLOG(5, "Mapping ", serial, " to ", file);
     const Orvo::Ptr<IntegrityKeyColl> keyColl = integrityKeyringColl_->keyring(keyringName);
     ZELL_ASSERT(unit, keyColl);

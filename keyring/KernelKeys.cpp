@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Single keys of the kernel: described, forgotten, unlinked, replaced.
 #include "keyring/IntegrityKeyringSm.h"
+#include "keyring/KeyringCounters.h"
 #include "platform/duolog/Duolog.h"
 
 #include <cstdlib>
@@ -64,7 +65,10 @@ void IntegrityKeyringSm::unlinkKey(S32 keyId, const Orvo::String& keyringName) {
     DUOLOG(5, "Unlinking ", keyId);
     if (keyctl_unlink(keyId, info.keyringId) == -1) {
         DUOLOG_FAILED("keyctl_unlink");
+        KeyringCounters::of(keyringName).failureIs("keyctl_unlink", errno);
+        return;
     }
+    ++KeyringCounters::of(keyringName).unlinks;
 }
 
 void IntegrityKeyringSm::removeDuplicates(const IntegrityKey& key,

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Changes of a kernel keyring, recorded in its key collection.
 #include "keyring/IntegrityKeyringSm.h"
+#include "keyring/KeyringCounters.h"
 #include "keyring/WatchNotification.h"
 #include "platform/duolog/Duolog.h"
 #include "platform/zell/Assertion.h"
@@ -25,6 +26,7 @@ public:
 private:
     static Zell::TraceHandle& traceHandle() { return IntegrityKeyringSm::traceHandle(); }
 
+    void lossCount(const WatchNotification& notification);
     void received(const WatchNotification& notification);
     void metaReceived(const WatchNotification& notification);
     void keyReceived(const WatchNotification& notification);
@@ -33,6 +35,7 @@ private:
     const Duolog::Operation& operation_;
     IntegrityKeyringSm& stateMachine_;
     const Orvo::String keyringName_;
+    KeyringCounters& counters_ = KeyringCounters::of(keyringName_);
 };
 
 void NotificationDrain::readAll(int descriptor) {
@@ -53,9 +56,20 @@ void NotificationDrain::readAll(int descriptor) {
         DUOLOG_IN(operation_, 5, "Read ", got, " bytes");
         if (static_cast<std::size_t>(got) < buffer.size()) {
             DUOLOG_IN(operation_, 5, "Read too few bytes for a valid notification");
+            if (static_cast<std::size_t>(got) == WatchNotification::headerSize) {
+                lossCount(WatchNotification::decoded(buffer));
+            }
             continue;
         }
         received(WatchNotification::decoded(buffer));
+    }
+}
+
+// The kernel's own report of a loss is a header without a body.
+void NotificationDrain::lossCount(const WatchNotification& notification) {
+    if (notification.type == WatchNotification::meta &&
+        notification.subtype == WatchNotification::loss) {
+        counters_.doubtIs(&KeyringCounters::notificationsLost);
     }
 }
 
@@ -63,6 +77,7 @@ void NotificationDrain::received(const WatchNotification& notification) {
     DUOLOG_IN(operation_, 5, "Received notification of type ", notification.type, ", subType ",
               notification.subtype);
     DUOLOG_IN(operation_, 5, "Length of notification: ", notification.length);
+    ++counters_.notifications;
     if (notification.type == WatchNotification::meta) {
         metaReceived(notification);
     } else if (notification.type == WatchNotification::key) {
@@ -74,9 +89,11 @@ void NotificationDrain::metaReceived(const WatchNotification& notification) {
     switch (notification.subtype) {
     case WatchNotification::removal:
         DUOLOG_IN(operation_, 1, "Watched keyring ", keyringName_, " has been removed");
+        counters_.doubtIs(&KeyringCounters::upsets);
         return;
     case WatchNotification::loss:
         DUOLOG_IN(operation_, 1, "Notification was lost");
+        counters_.doubtIs(&KeyringCounters::notificationsLost);
         return;
     default: // names the type, which is 0 here, not the subtype
         DUOLOG_IN(operation_, 1, "Unknown meta notification received: ", notification.type);
@@ -97,6 +114,11 @@ void NotificationDrain::keyReceived(const WatchNotification& notification) {
     case WatchNotification::unlinked:
         stateMachine_.clearKey(static_cast<S32>(notification.aux), keyringName_);
         return;
+    case WatchNotification::cleared:
+    case WatchNotification::revoked:
+    case WatchNotification::invalidated:
+        counters_.doubtIs(&KeyringCounters::upsets);
+        [[fallthrough]];
     default:
         DUOLOG_IN(operation_, 5, "Ignoring notification");
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Opening the watch queue of a keyring.
 #include "keyring/IntegrityKeyringSm.h"
+#include "keyring/KeyringCounters.h"
 #include "keyring/WatchNotification.h"
 #include "platform/duolog/Duolog.h"
 #include "platform/zell/OwnedFd.h"
@@ -18,6 +19,7 @@ KeyringWatcherInfo IntegrityKeyringSm::createKeyringWatch(const KeyringWatcherIn
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), notificationPipeFlag) == -1) {
         DUOLOG_FAILED("pipe2");
+        KeyringCounters::of(info.keyringName).failureIs("pipe2", errno);
         return result;
     }
     // Declared in this order, a failure closes the read end first.
@@ -28,6 +30,7 @@ KeyringWatcherInfo IntegrityKeyringSm::createKeyringWatch(const KeyringWatcherIn
 
     if (ioctl(writeEnd.get(), setQueueSizeRequest, queueSlots) == -1) {
         DUOLOG_FAILED("ioctl IOC_WATCH_QUEUE_SET_SIZE");
+        KeyringCounters::of(info.keyringName).failureIs("ioctl IOC_WATCH_QUEUE_SET_SIZE", errno);
         return result;
     }
     // The keyring being set up is a member already, found in the kernel or not, so ids start at 1.
@@ -36,6 +39,7 @@ KeyringWatcherInfo IntegrityKeyringSm::createKeyringWatch(const KeyringWatcherIn
     result.keyringWatchId = watchId;
     if (keyctl_watch_key(info.keyringId, writeEnd.get(), watchId) == -1) {
         DUOLOG_FAILED("keyctl_watch_key");
+        KeyringCounters::of(info.keyringName).failureIs("keyctl_watch_key", errno);
         return result;
     }
     keyringWatchFileDescriptorsIs(Zell::readableDescriptor(info.keyringName, readEnd.get()));

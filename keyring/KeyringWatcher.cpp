@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Bringing one keyring under watch.
 #include "keyring/IntegrityKeyringSm.h"
+#include "keyring/KeyringCounters.h"
 #include "keyring/KeyringStock.h"
 #include "platform/duolog/Duolog.h"
 
@@ -14,6 +15,7 @@ void IntegrityKeyringSm::createWatcher(const Orvo::String& keyringName) {
     const key_serial_t keyringId = find_key_by_type_and_desc("keyring", keyringName.c_str(), 0);
     if (keyringId == -1) {
         DUOLOG_FAILED("find_key_by_type_and_desc", ", keyring ", keyringName);
+        KeyringCounters::of(keyringName).failureIs("find_key_by_type_and_desc", errno);
         return;
     }
     DUOLOG(5, "keyringId: ", keyringId);

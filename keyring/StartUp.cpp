@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The keyring state machine's start-up.
 #include "keyring/IntegrityKeyringSm.h"
+#include "keyring/KeyringCounters.h"
 #include "platform/duolog/Duolog.h"
 #include "platform/zell/ActivityManager.h"
 
@@ -14,6 +15,7 @@ void IntegrityKeyringSm::handleInitialized() {
         const Orvo::Ptr<IntegrityKeyringColl> coll = integrityKeyringColl_;
         coll->keyringDelAll();
     }
+    KeyringCounters::refusedForget(); // they are offered again
     for (const char* const keyringName : keyringNames) {
         createWatcher(keyringName);
     }

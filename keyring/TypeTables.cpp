@@ -35,6 +35,14 @@ void forEachKeyringWatchFileDescriptor(const void* object, const Visitor& visito
     forEachDescriptor(self(object).keyringWatchFileDescriptors(), visitor);
 }
 
+Orvo::Value integrityKeyringColl(const void* object) {
+    return Orvo::Ptr<Orvo::Node>(self(object).integrityKeyringColl());
+}
+
+Orvo::Value keyLoader(const void* object) {
+    return Orvo::Ptr<Orvo::Node>(self(object).keyLoader());
+}
+
 Orvo::Value construct(std::span<const Orvo::Value> arguments) {
     const auto* const node =
         arguments.size() == 1 ? std::get_if<Orvo::Ptr<Orvo::Node>>(arguments.data()) : nullptr;
@@ -50,6 +58,8 @@ Orvo::Value construct(std::span<const Orvo::Value> arguments) {
 const Zell::TypeData& stateMachineType() {
     static const Zell::TypeData& type =
         (*new Zell::TypeData("Vestrel::IntegrityKeyringSm"))
+            .attributeIs({"integrityKeyringColl", &integrityKeyringColl, nullptr})
+            .attributeIs({"keyLoader", &keyLoader, nullptr})
             .collectionIs({"watcherInfos", &forEachWatcherInfo})
             .collectionIs({"inotifyDescriptors", &forEachInotifyDescriptor})
             .collectionIs({"keyringWatchFileDescriptors", &forEachKeyringWatchFileDescriptor})

@@ -18,6 +18,9 @@ static_assert(WatchNotification::removal == WATCH_META_REMOVAL_NOTIFICATION);
 static_assert(WatchNotification::loss == WATCH_META_LOSS_NOTIFICATION);
 static_assert(WatchNotification::linked == NOTIFY_KEY_LINKED);
 static_assert(WatchNotification::unlinked == NOTIFY_KEY_UNLINKED);
+static_assert(WatchNotification::cleared == NOTIFY_KEY_CLEARED);
+static_assert(WatchNotification::revoked == NOTIFY_KEY_REVOKED);
+static_assert(WatchNotification::invalidated == NOTIFY_KEY_INVALIDATED);
 
 WatchNotification WatchNotification::decoded(std::span<const char, size> bytes) {
     std::array<std::uint32_t, size / sizeof(std::uint32_t)> words{};

@@ -16,6 +16,7 @@ inline constexpr int queueSlots = 256;
 
 struct WatchNotification {
     static constexpr std::size_t size = 16;
+    static constexpr std::size_t headerSize = 8; // what a report of a loss consists of
 
     // Types.
     static constexpr std::uint32_t meta = 0;
@@ -26,6 +27,10 @@ struct WatchNotification {
     // Subtypes of key notifications that count.
     static constexpr std::uint32_t linked = 2;
     static constexpr std::uint32_t unlinked = 3;
+    // Subtypes of key notifications after which what is on record is in doubt.
+    static constexpr std::uint32_t cleared = 4;
+    static constexpr std::uint32_t revoked = 5;
+    static constexpr std::uint32_t invalidated = 6;
 
     std::uint32_t type;
     std::uint32_t subtype;

@@ -4,6 +4,7 @@
 #include "platform/zell/ActivityManager.h"
 #include "platform/zell/OwnedFd.h"
 #include "syslog/IntegritySyslogSm.h"
+#include "syslog/KernelMessageCounters.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -67,8 +68,10 @@ void IntegritySyslogSm::handleLog() {
         }
         if (got == -1) {
             DUOLOG_FAILED("read");
+            ++KernelMessageCounters::counters().failures;
             return;
         }
+        ++KernelMessageCounters::counters().datagrams;
         buffer[static_cast<std::size_t>(got)] = '\0';
         processKernelMsg(Orvo::String(buffer.data()));
     }

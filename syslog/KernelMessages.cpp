@@ -5,6 +5,7 @@
 #include "platform/duolog/Duolog.h"
 #include "syslog/AppraisalPattern.h"
 #include "syslog/IntegritySyslogSm.h"
+#include "syslog/KernelMessageCounters.h"
 
 #include <string>
 
@@ -27,6 +28,7 @@ void IntegritySyslogSm::processKernelMsg(const Orvo::String& message) {
     if (!groups) {
         return;
     }
+    ++KernelMessageCounters::counters().matches;
     const std::string cause((*groups)[causeGroup]);
     const std::string file((*groups)[fileGroup]);
     const std::string command((*groups)[commandGroup]);

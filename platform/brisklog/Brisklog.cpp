@@ -2,6 +2,9 @@
 // The bounded ring of trace events.
 #include "platform/brisklog/Brisklog.h"
 
+#include "platform/zell/TypeData.h"
+#include "platform/zell/UtcTime.h"
+
 #include <deque>
 #include <utility>
 
@@ -47,7 +50,39 @@ std::string formatOf(const char* signature, std::size_t values) {
     return format;
 }
 
+const Event& self(const void* event) {
+    return *static_cast<const Event*>(event);
+}
+
+const Zell::TypeRegistration registration(Event::typeData());
+
 } // namespace
+
+const Zell::TypeData& Event::typeData() {
+    using Orvo::Value;
+    static const Zell::TypeData& type =
+        (*new Zell::TypeData("Brisklog::Event"))
+            .attributeIs({"sequence",
+                          [](const void* event) -> Value {
+                              return static_cast<std::int64_t>(self(event).sequence);
+                          },
+                          nullptr})
+            .attributeIs({"time",
+                          [](const void* event) -> Value {
+                              return Orvo::String(Zell::utcText(self(event).time));
+                          },
+                          nullptr})
+            .attributeIs(Zell::keyAttribute<&Event::level>("level"))
+            .attributeIs(
+                {"handle",
+                 [](const void* event) -> Value { return Orvo::String(self(event).handle); },
+                 nullptr})
+            .attributeIs(
+                {"text",
+                 [](const void* event) -> Value { return Orvo::String(self(event).text()); },
+                 nullptr});
+    return type;
+}
 
 std::string Event::text() const {
     std::string result = format.substr(0, format.size() - 2 * values.size());

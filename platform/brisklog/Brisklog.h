@@ -10,6 +10,10 @@
 #include <string>
 #include <vector>
 
+namespace Zell {
+class TypeData;
+}
+
 namespace Brisklog {
 
 struct VESTREL_EXPORT Event {
@@ -22,6 +26,9 @@ struct VESTREL_EXPORT Event {
 
     // The format with the values in place of the "%s".
     std::string text() const;
+
+    // sequence, time (universal, as text), level, handle and text.
+    static const Zell::TypeData& typeData();
 };
 
 // How much is kept. The oldest events go first; a value is cut at valueBytes.

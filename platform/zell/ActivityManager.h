@@ -68,6 +68,7 @@ public:
 
 private:
     friend class FileDescriptor;
+    friend class IoWatch;
     struct Callback;
 
     static TraceHandle& traceHandle();

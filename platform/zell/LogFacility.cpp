@@ -6,6 +6,7 @@
 #include "platform/zell/LogHandle.h"
 #include "platform/zell/LogSinks.h"
 #include "platform/zell/RateLimiter.h"
+#include "platform/zell/TypeData.h"
 
 #include <ctime>
 #include <memory>
@@ -118,6 +119,8 @@ void timerIs() {
     });
 }
 
+const TypeRegistration registration(LogFacility::typeData());
+
 } // namespace
 
 void LogFacility::sinkIs(LogSink sink) {
@@ -143,6 +146,22 @@ std::uint64_t LogFacility::messages() {
 
 std::uint64_t LogFacility::suppressed() {
     return state().suppressed;
+}
+
+const TypeData& LogFacility::typeData() {
+    static const TypeData& type =
+        (*new TypeData("Zell::LogFacility"))
+            .attributeIs({"messages",
+                          [](const void* /*object*/) -> Orvo::Value {
+                              return static_cast<std::int64_t>(messages());
+                          },
+                          nullptr})
+            .attributeIs({"suppressed",
+                          [](const void* /*object*/) -> Orvo::Value {
+                              return static_cast<std::int64_t>(suppressed());
+                          },
+                          nullptr});
+    return type;
 }
 
 void LogFacility::reportSuppressed(bool all) {

@@ -15,6 +15,7 @@
 namespace Zell {
 
 class LogHandle;
+class TypeData;
 
 struct LogMessage {
     const LogDescriptor& descriptor;
@@ -53,6 +54,9 @@ public:
     // Raised and refused since the start.
     static std::uint64_t messages();
     static std::uint64_t suppressed();
+
+    // Both as attributes, for views of the process; the object may be null.
+    static const TypeData& typeData();
 
     // Reports the suppressed messages of every kind whose interval has passed; with `all` of every
     // kind. The event loop calls it by itself; a host calls it at its end.

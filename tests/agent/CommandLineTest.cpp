@@ -77,15 +77,17 @@ TEST_P(WrongUsage, IsExplainedOnStderrAndEndsWithStatusTwo) {
     EXPECT_FALSE(std::filesystem::exists("/etc/keys")) << "nothing was started";
 }
 
-INSTANTIATE_TEST_SUITE_P(CommandLine, WrongUsage,
-                         testing::Values(Arguments{"--unknown"}, Arguments{"word"},
-                                         Arguments{"--trace"}, Arguments{"--trace", "6"},
-                                         Arguments{"--trace", "-1"}, Arguments{"--trace", "five"},
-                                         Arguments{"--trace", "1.5"}, Arguments{"--trace", ""},
-                                         Arguments{"--trace", "99999999999"}, Arguments{"--log"},
-                                         Arguments{"--log", "file"}, Arguments{"--log", ""},
-                                         Arguments{"--log", "AUTO"}, Arguments{"--log", "0"},
-                                         Arguments{"--log", "stderr", "word"}));
+INSTANTIATE_TEST_SUITE_P(
+    CommandLine, WrongUsage,
+    testing::Values(Arguments{"--unknown"}, Arguments{"word"}, Arguments{"--trace"},
+                    Arguments{"--trace", "6"}, Arguments{"--trace", "-1"},
+                    Arguments{"--trace", "five"}, Arguments{"--trace", "1.5"},
+                    Arguments{"--trace", ""}, Arguments{"--trace", "99999999999"},
+                    Arguments{"--log"}, Arguments{"--log", "file"}, Arguments{"--log", ""},
+                    Arguments{"--log", "AUTO"}, Arguments{"--log", "0"},
+                    Arguments{"--log", "stderr", "word"}, Arguments{"--drift-interval"},
+                    Arguments{"--drift-interval", "-1"}, Arguments{"--drift-interval", "86401"},
+                    Arguments{"--drift-interval", "often"}));
 
 } // namespace
 

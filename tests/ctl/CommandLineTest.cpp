@@ -19,7 +19,8 @@ namespace {
 using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
-const std::vector<std::string> verbs{"check", "install", "messages", "plan", "remove"};
+const std::vector<std::string> verbs{"check", "files",  "install", "keys",   "messages",
+                                     "plan",  "remove", "resync",  "status", "trace"};
 
 // The status of the installed program's twin, run by a shell.
 int statusOf(const std::string& arguments) {
@@ -68,7 +69,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Words{"install", ".ima", "file", "--wait", "-1"},
                     Words{"install", ".ima", "file", "--wait", "soon"}, Words{"remove", ".ima"},
                     Words{"remove", ".ima", "../name"}, Words{"plan", "word"},
-                    Words{"plan", "check", ".ima", "file"}),
+                    Words{"plan", "check", ".ima", "file"}, Words{"keys", "none"},
+                    Words{"files", ".ima", "more"}, Words{"status", "word"}),
     [](const auto& test) { return "line" + std::to_string(test.index); });
 
 TEST(CtlCommandLine, JsonMayStandBeforeAndBehindTheVerb) {

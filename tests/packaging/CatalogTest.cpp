@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The message catalog, as journalctl reads it.
+#include "agent/AgentMessages.h"
 #include "logmsg/LogMessages.h"
 #include "platform/zell/LogSinks.h"
 #include "tests/support/TempDir.h"
@@ -76,7 +77,7 @@ protected:
 TEST_F(Catalog, ListsEveryRecordAndNothingElse) {
     const Ended listed = journalctl("--list-catalog");
     ASSERT_EQ(listed.status, 0) << listed.output;
-    EXPECT_EQ(lines(listed.output), logMessageCount);
+    EXPECT_EQ(lines(listed.output), logMessageCount + agentDescriptors.size());
     for (const Zell::LogDescriptor& record : logDescriptors) {
         EXPECT_THAT(listed.output,
                     HasSubstr(Zell::messageId(record.name) + " VestrelSm: " + record.name + "\n"));
@@ -84,6 +85,9 @@ TEST_F(Catalog, ListsEveryRecordAndNothingElse) {
 }
 
 TEST_F(Catalog, ExplainsEveryRecordInItsOwnWords) {
+    for (const Zell::LogDescriptor& record : agentDescriptors) {
+        EXPECT_THAT(explanation(record.name), HasSubstr(record.explanation));
+    }
     for (const Zell::LogDescriptor& record : logDescriptors) {
         EXPECT_THAT(explanation(record.name), HasSubstr(record.explanation));
     }

@@ -139,7 +139,8 @@ TEST_F(TypeDataTest, IsListedInTheOrderOfNames) {
     for (const TypeData* const each : Zell::registeredTypes()) {
         names.emplace_back(each->name());
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"Bare", "Person", "Zell::FileDescriptor"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"Bare", "Brisklog::Event", "Person",
+                                               "Zell::FileDescriptor", "Zell::LogFacility"}));
 }
 
 TEST_F(TypeDataTest, EndsTheProcessWhenANameIsRegisteredTwice) {

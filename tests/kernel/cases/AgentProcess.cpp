@@ -89,8 +89,11 @@ void AgentProcess::spawn() {
     const std::string program = agentPath();
     const std::string output = directory_ + "/stderr";
     const std::string notify = "NOTIFY_SOCKET=" + directory_ + "/notify";
-    std::array<const char*, 6> arguments{program.c_str(), "--trace", "5",
-                                         "--log",         "stderr",  nullptr};
+    std::vector<const char*> arguments{program.c_str(), "--trace", "5", "--log", "stderr"};
+    for (const std::string& argument : arguments_) {
+        arguments.push_back(argument.c_str());
+    }
+    arguments.push_back(nullptr);
     std::vector<const char*> environment{notify.c_str()};
     for (const char* const* variable = environ; *variable != nullptr; ++variable) {
         environment.push_back(*variable);

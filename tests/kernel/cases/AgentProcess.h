@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Vestrel::Tests {
@@ -28,6 +29,9 @@ public:
     void step() override;
     const std::vector<std::string>& traces() override;
     const std::vector<std::string>& messages() override;
+
+    /// More arguments for the next start.
+    void argumentsAre(std::vector<std::string> arguments) { arguments_ = std::move(arguments); }
 
     bool isRunning() const { return pid_ > 0; }
 
@@ -54,6 +58,7 @@ private:
     void lineRead(const std::string& line);
 
     std::string directory_;
+    std::vector<std::string> arguments_;
     Zell::OwnedFd notifySocket_;
     pid_t pid_ = 0;
     std::size_t offset_ = 0; // what of the file was read

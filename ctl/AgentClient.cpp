@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: Apache-2.0
+// One line to the agent's socket, one line back.
+#include "ctl/AgentClient.h"
+
+#include "survey/AgentSocket.h"
+
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace Vestrel {
+
+namespace {
+
+constexpr time_t patienceSeconds = 10;
+constexpr std::size_t maxAnswer = std::size_t{16} * 1024 * 1024; // far beyond what an agent sends
+
+[[noreturn]] void fail(const std::string& what) {
+    throw std::runtime_error("the agent does not answer: " + what);
+}
+
+void patienceIs(int socket) {
+    const timeval patience{patienceSeconds, 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+}
+
+std::string cause() {
+    return errno == EAGAIN ? "nothing came within 10 seconds" : std::strerror(errno);
+}
+
+} // namespace
+
+AgentClient::AgentClient() : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, agentSocket, sizeof address.sun_path - 1);
+    patienceIs(socket_.get()); // connecting waits, too
+    if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == -1) {
+        throw NoAgent(std::string("no agent at ") + agentSocket + ": " + cause());
+    }
+}
+
+Json AgentClient::ask(std::string_view method, const Json& parameters) {
+    Json request = Json::object();
+    request["method"] = method;
+    request["parameters"] = parameters;
+    send(request.dump() + "\n");
+    Json answer = Json::parse(line(), nullptr, false);
+    if (!answer.is_object() || !answer.contains("parameters")) {
+        fail("not as agreed");
+    }
+    if (answer.contains("error")) {
+        throw std::runtime_error("the agent refuses " + std::string(method) + ": " +
+                                 answer["error"].dump() + " " + answer["parameters"].dump());
+    }
+    return answer["parameters"];
+}
+
+void AgentClient::send(std::string_view bytes) const {
+    while (!bytes.empty()) {
+        const ssize_t size = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (size == -1) {
+            fail(cause());
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(size));
+    }
+}
+
+std::string AgentClient::line() {
+    std::array<char, 65536> buffer; // NOLINT: filled by recv()
+    while (received_.find('\n') == std::string::npos) {
+        const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), 0);
+        if (size == -1) {
+            fail(cause());
+        }
+        if (size == 0) {
+            fail("it has ended the connection");
+        }
+        received_.append(buffer.data(), static_cast<std::size_t>(size));
+        if (received_.size() > maxAnswer) {
+            fail("it does not stop answering");
+        }
+    }
+    const std::string line = received_.substr(0, received_.find('\n'));
+    received_.erase(0, line.size() + 1);
+    return line;
+}
+
+} // namespace Vestrel

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+// Asks the running agent.
+#pragma once
+
+#include "ctl/Output.h"
+#include "platform/zell/OwnedFd.h"
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace Vestrel {
+
+// Nobody serves the agent's socket, or not this user; what() says why.
+class NoAgent : public std::runtime_error {
+public:
+    using runtime_error::runtime_error;
+};
+
+class AgentClient {
+public:
+    // Connects. Throws NoAgent.
+    AgentClient();
+
+    // The parameters of the answer. Throws std::runtime_error when the agent does not answer within
+    // ten seconds, ends the connection, or answers with an error.
+    Json ask(std::string_view method, const Json& parameters = Json::object());
+
+private:
+    void send(std::string_view bytes) const;
+    std::string line();
+
+    Zell::OwnedFd socket_;
+    std::string received_;
+};
+
+} // namespace Vestrel

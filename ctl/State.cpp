@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+// Brings together what kernel, directories and agent say.
+#include "ctl/State.h"
+
+#include "ctl/AgentClient.h"
+#include "keyring/IntegrityKeyringSm.h"
+
+#include <algorithm>
+#include <set>
+#include <tuple>
+
+namespace Vestrel {
+
+namespace {
+
+constexpr const char* inStep = "in step";
+constexpr const char* notOnRecord = "not on record";
+constexpr const char* gone = "gone";
+
+Json member(const Json& object, const std::string& name) {
+    const auto found = object.is_object() ? object.find(name) : object.end();
+    return found == object.end() ? Json() : *found;
+}
+
+std::vector<std::string> carriers(const KeyringSurvey& survey, const std::string& description) {
+    std::vector<std::string> files;
+    for (const auto& [path, carried] : survey.files) {
+        if (!carried.empty() && recordedDescription(carried) == description) {
+            files.push_back(path);
+        }
+    }
+    return files;
+}
+
+S32 keyOf(const KeyringSurvey& survey, const std::string& description) {
+    const auto found = std::ranges::find_if(survey.keys, [&](const IntegrityKey& key) {
+        return !description.empty() && key.description.view() == recordedDescription(description);
+    });
+    return found == survey.keys.end() ? 0 : found->serial;
+}
+
+} // namespace
+
+State::State() {
+    for (const char* const name : IntegrityKeyringSm::keyringNames) {
+        surveys_.push_back(surveyed(name));
+    }
+    try {
+        AgentClient agent;
+        status_ = agent.ask("Status");
+        keyrings_ = Json::object();
+        for (const char* const name : IntegrityKeyringSm::keyringNames) {
+            keyrings_[name] = agent.ask("Keyrings", {{"keyring", name}})["keyring"][name];
+        }
+    } catch (const NoAgent& reason) {
+        noAgent_ = reason.what();
+    }
+}
+
+Json State::counters(const std::string& keyring) const {
+    return member(member(member(status_, "counters"), "keyrings"), keyring);
+}
+
+Json State::watcher(const std::string& keyring) const {
+    return member(member(member(status_, "keyringStateMachine"), "watcherInfos"), keyring);
+}
+
+Json State::record(const std::string& keyring, const char* collection) const {
+    return member(member(keyrings_, keyring), collection);
+}
+
+std::vector<KeyRow> State::keys(const std::string& keyring) const {
+    std::vector<KeyRow> rows;
+    for (const KeyringSurvey& survey : surveys_) {
+        if (keyring.empty() || keyring == survey.keyringName) {
+            keysAdd(survey, rows);
+        }
+    }
+    return rows;
+}
+
+void State::keysAdd(const KeyringSurvey& survey, std::vector<KeyRow>& rows) const {
+    const Json recorded = record(survey.keyringName, "key");
+    const auto first = static_cast<std::ptrdiff_t>(rows.size());
+    for (const IntegrityKey& key : survey.keys) {
+        const std::string description(key.description.view());
+        const char* const state =
+            recorded.contains(std::to_string(key.serial)) ? inStep : notOnRecord;
+        rows.push_back({survey.keyringName, key.serial, description, std::string(key.type.view()),
+                        carriers(survey, description), hasAgent() ? state : ""});
+    }
+    for (const auto& [serial, key] : recorded.items()) {
+        if (!survey.members.contains(key["serial"].get<S32>())) {
+            rows.push_back({survey.keyringName, key["serial"], key["description"], key["type"],
+                            carriers(survey, key["description"]), gone});
+        }
+    }
+    std::sort(rows.begin() + first, rows.end(), [](const KeyRow& a, const KeyRow& b) {
+        return std::tie(a.description, a.serial) < std::tie(b.description, b.serial);
+    });
+}
+
+std::vector<FileRow> State::files(const std::string& keyring) const {
+    std::vector<FileRow> rows;
+    for (const KeyringSurvey& survey : surveys_) {
+        if (keyring.empty() || keyring == survey.keyringName) {
+            filesAdd(survey, rows);
+        }
+    }
+    return rows;
+}
+
+void State::filesAdd(const KeyringSurvey& survey, std::vector<FileRow>& rows) const {
+    std::set<std::string> paths;
+    for (const auto& [path, description] : survey.files) {
+        paths.insert(path);
+    }
+    const Json recorded = record(survey.keyringName, "fileToDescription");
+    for (const auto& [path, description] : recorded.items()) {
+        if (!std::string_view(path).ends_with(temporarySuffix)) {
+            paths.insert(path);
+        }
+    }
+    for (const std::string& path : paths) {
+        rows.push_back(fileRow(survey, path));
+    }
+}
+
+FileRow State::fileRow(const KeyringSurvey& survey, const std::string& path) const {
+    const auto found = survey.files.find(path);
+    const Json recorded = member(record(survey.keyringName, "fileToDescription"), path);
+    const Json refusal = member(member(counters(survey.keyringName), "refused"), path);
+    FileRow row{survey.keyringName, path, "", 0, "", ""};
+    if (found != survey.files.end()) {
+        row.description = found->second;
+    } else if (recorded.is_string()) {
+        row.description = recorded;
+    }
+    row.key = keyOf(survey, row.description);
+    row.reason = refusal.is_string() ? refusal.get<std::string>() : "";
+    if (!hasAgent()) {
+        return row;
+    }
+    if (found == survey.files.end()) {
+        row.state = gone;
+    } else if (!row.reason.empty()) {
+        row.state = "refused";
+    } else if (recorded.is_string() || row.description.empty()) {
+        row.state = inStep;
+    } else {
+        row.state = notOnRecord;
+    }
+    return row;
+}
+
+void complainWithoutAgent(const State& state, Output& output) {
+    if (!state.hasAgent()) {
+        output.complaint(state.noAgent() +
+                         "; what an agent has on record, watches, counted and was refused cannot "
+                         "be known");
+    }
+}
+
+} // namespace Vestrel

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+// The keyrings as kernel, directories and, where there is one, the agent know them.
+#pragma once
+
+#include "ctl/Output.h"
+#include "survey/KeyringSurvey.h"
+
+#include <string>
+#include <vector>
+
+namespace Vestrel {
+
+struct KeyRow {
+    std::string keyring;
+    S32 serial = 0;
+    std::string description;
+    std::string type;
+    std::vector<std::string> files; // that carry its description
+    std::string state;              // "in step"; "not on record", "gone"; empty without an agent
+};
+
+struct FileRow {
+    std::string keyring;
+    std::string path;
+    std::string description; // empty: no certificate
+    S32 key = 0;             // in the kernel, of that description; 0: there is none
+    std::string reason;      // why there is none, as far as the agent knows
+    std::string state;       // as of a key, and "refused"; empty without an agent
+};
+
+// What was asked of the agent, and why it could not be.
+class State {
+public:
+    // Asks kernel, directories and agent. Throws std::runtime_error for an agent that is there and
+    // does not answer.
+    State();
+
+    bool hasAgent() const { return noAgent_.empty(); }
+
+    // Why there is none.
+    const std::string& noAgent() const { return noAgent_; }
+
+    const std::vector<KeyringSurvey>& surveys() const { return surveys_; }
+
+    // The agent's answer to "Status"; null without one.
+    const Json& status() const { return status_; }
+
+    // What it counted of the keyring; null without one.
+    Json counters(const std::string& keyring) const;
+    // Its record of the watches; null without one, or where it has none.
+    Json watcher(const std::string& keyring) const;
+
+    // Of the one keyring, or of all when the name is empty; in the order of their descriptions.
+    std::vector<KeyRow> keys(const std::string& keyring = {}) const;
+    std::vector<FileRow> files(const std::string& keyring = {}) const;
+
+private:
+    void keysAdd(const KeyringSurvey& survey, std::vector<KeyRow>& rows) const;
+    void filesAdd(const KeyringSurvey& survey, std::vector<FileRow>& rows) const;
+    FileRow fileRow(const KeyringSurvey& survey, const std::string& path) const;
+    Json record(const std::string& keyring, const char* collection) const;
+
+    std::vector<KeyringSurvey> surveys_;
+    std::string noAgent_;
+    Json status_;
+    Json keyrings_; // what the agent has on record
+};
+
+// Says on standard error what cannot be known when there is no agent.
+void complainWithoutAgent(const State& state, Output& output);
+
+} // namespace Vestrel

@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: Apache-2.0
+// vestrelctl status: the state of everything at a glance, and whether it is healthy.
+#include "ctl/State.h"
+#include "ctl/Verbs.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+namespace Vestrel {
+
+namespace {
+
+const std::array counterNames{
+    "loads", "refusals", "unlinks", "notifications", "notificationsLost", "overflows", "upsets"};
+
+class StatusView {
+public:
+    explicit StatusView(const State& state) : state_(state) {
+        if (!state_.hasAgent()) {
+            problem(state_.noAgent() + "; watches, counters, failures and drift cannot be known");
+        } else {
+            agentRead();
+        }
+        for (const KeyringSurvey& survey : state_.surveys()) {
+            keyringAdd(survey);
+        }
+    }
+
+    std::vector<Table> tables() const;
+
+    bool isHealthy() const { return problems_.empty(); }
+
+private:
+    void problem(const std::string& text) { problems_.push_back({{"problem", text}}); }
+
+    void agentRead();
+    void keyringAdd(const KeyringSurvey& survey);
+    void keyringJudge(const KeyringSurvey& survey);
+    std::string watched(const std::string& keyring);
+    std::size_t keysWithoutFile(const std::string& keyring) const;
+    std::size_t filesWithoutKey(const std::string& keyring);
+
+    const State& state_;
+    Json keyrings_ = Json::array();
+    Json counters_ = Json::array();
+    Json agent_ = Json::array();
+    Json problems_ = Json::array();
+};
+
+void StatusView::agentRead() {
+    const Json& status = state_.status();
+    const Json& counted = status["counters"];
+    agent_.push_back({{"pid", status["agent"]["pid"]},
+                      {"version", status["agent"]["version"]},
+                      {"startTime", status["agent"]["startTime"]},
+                      {"datagrams", counted["kernelMessages"]["datagrams"]},
+                      {"matches", counted["kernelMessages"]["matches"]},
+                      {"messages", counted["log"]["messages"]},
+                      {"suppressed", counted["log"]["suppressed"]},
+                      {"recoveries", status["drift"]["recoveries"]},
+                      {"lastRecoveryTime", status["drift"]["lastRecoveryTime"]}});
+    if (status["syslogStateMachine"]["socketFd"] == 0) {
+        problem("the agent has no socket for kernel lines");
+    }
+    for (const auto& [number, difference] : status["drift"]["differences"].items()) {
+        problem("drifted apart: " + difference.get<std::string>());
+    }
+}
+
+void StatusView::keyringAdd(const KeyringSurvey& survey) {
+    const std::string& name = survey.keyringName;
+    Json counted = state_.counters(name);
+    if (counted.is_null()) {
+        counted = Json::object();
+    }
+    keyringJudge(survey);
+    Json row{{"keyring", name},
+             {"serial", survey.serial == 0 ? Json() : Json(survey.serial)},
+             {"directory", survey.directory},
+             {"watched", watched(name)},
+             {"keys", survey.keys.size()},
+             {"files", survey.files.size()},
+             {"keysWithoutFile", keysWithoutFile(name)},
+             {"filesWithoutKey", filesWithoutKey(name)},
+             {"lastFailureTime", counted.value("lastFailureTime", "")},
+             {"lastFailure", counted.value("lastFailure", "")}};
+    keyrings_.push_back(std::move(row));
+    if (state_.hasAgent()) {
+        Json numbers{{"keyring", name}};
+        for (const char* const counter : counterNames) {
+            numbers[counter] = counted[counter];
+        }
+        counters_.push_back(std::move(numbers));
+    }
+}
+
+// A keyring that this kernel was built without is no problem, as long as nothing is to be in it.
+void StatusView::keyringJudge(const KeyringSurvey& survey) {
+    if (survey.keyringError != 0 && survey.keyringError != ENOKEY) {
+        problem(survey.keyringName + " cannot be read: " + std::strerror(survey.keyringError));
+    }
+    if (survey.directoryError != 0) {
+        problem(survey.directory + " cannot be read: " + std::strerror(survey.directoryError));
+    }
+    if (!state_.hasAgent() || survey.serial == 0) {
+        return;
+    }
+    const Json watcher = state_.watcher(survey.keyringName);
+    if (!watcher.is_object() || watcher["readFd"] == 0) {
+        problem(survey.keyringName + " is not watched");
+    }
+    if (!watcher.is_object() || watcher["inotifyFd"] == 0) {
+        problem(survey.directory + " is not watched");
+    }
+}
+
+std::string StatusView::watched(const std::string& keyring) {
+    if (!state_.hasAgent()) {
+        return "unknown";
+    }
+    const Json watcher = state_.watcher(keyring);
+    const bool hasQueue = watcher.is_object() && watcher["readFd"] != 0;
+    const bool hasDirectory = watcher.is_object() && watcher["inotifyFd"] != 0;
+    if (hasQueue != hasDirectory) {
+        return hasQueue ? "keyring only" : "directory only";
+    }
+    return hasQueue ? "both" : "no";
+}
+
+std::size_t StatusView::keysWithoutFile(const std::string& keyring) const {
+    return static_cast<std::size_t>(std::ranges::count_if(
+        state_.keys(keyring), [](const KeyRow& key) { return key.files.empty(); }));
+}
+
+// What is no certificate is not expected to have a key.
+std::size_t StatusView::filesWithoutKey(const std::string& keyring) {
+    std::size_t count = 0;
+    for (const FileRow& file : state_.files(keyring)) {
+        const bool isWithout = file.key == 0 && !file.description.empty() && file.state != "gone";
+        count += isWithout ? 1U : 0U;
+        if (isWithout) {
+            problem(file.path + " has no key in " + keyring +
+                    (file.reason.empty() ? "" : ": " + file.reason));
+        }
+    }
+    return count;
+}
+
+std::vector<Table> StatusView::tables() const {
+    return {{"keyrings",
+             {{"keyring", "KEYRING"},
+              {"serial", "SERIAL"},
+              {"directory", "DIRECTORY"},
+              {"watched", "WATCHED"},
+              {"keys", "KEYS"},
+              {"files", "FILES"},
+              {"keysWithoutFile", "KEYS W/O FILE"},
+              {"filesWithoutKey", "FILES W/O KEY"},
+              {"lastFailureTime", "LAST FAILURE"},
+              {"lastFailure", ""}},
+             keyrings_},
+            {"counters",
+             {{"keyring", "KEYRING"},
+              {"loads", "LOADS"},
+              {"refusals", "REFUSALS"},
+              {"unlinks", "UNLINKS"},
+              {"notifications", "NOTIFICATIONS"},
+              {"notificationsLost", "LOST"},
+              {"overflows", "OVERFLOWS"},
+              {"upsets", "UPSETS"}},
+             counters_},
+            {"agent",
+             {{"pid", "PID"},
+              {"version", "VERSION"},
+              {"startTime", "SINCE"},
+              {"datagrams", "DATAGRAMS"},
+              {"matches", "MATCHES"},
+              {"messages", "MESSAGES"},
+              {"suppressed", "SUPPRESSED"},
+              {"recoveries", "RECOVERIES"},
+              {"lastRecoveryTime", "LAST RECOVERY"}},
+             agent_},
+            {"problems", {{"problem", "PROBLEM"}}, problems_}};
+}
+
+ExitStatus status(Output& output) {
+    const State state;
+    const StatusView view(state);
+    output.tables(view.tables());
+    return view.isHealthy() ? ExitStatus::done : ExitStatus::unhealthy;
+}
+
+} // namespace
+
+void addStatus(CLI::App& app, Action& chosen) {
+    app.add_subcommand("status", "Show the state of keyrings, directories and agent at a glance")
+        ->callback([&chosen] { chosen = status; });
+}
+
+} // namespace Vestrel

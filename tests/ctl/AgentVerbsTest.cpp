@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: Apache-2.0
+// The verbs that ask the agent, with one, without one, and with something else in its place. What
+// they say of keyrings is shown on the real kernel.
+#include "survey/AgentSocket.h"
+#include "tests/agent/AgentProcess.h"
+#include "tests/ctl/Ran.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+namespace Vestrel::Tests {
+
+namespace {
+
+using testing::HasSubstr;
+
+namespace fs = std::filesystem;
+
+class AgentVerbs : public testing::Test {
+protected:
+    ~AgentVerbs() override {
+        fs::remove_all("/etc/keys");
+        fs::remove_all(agentSocketDirectory);
+    }
+
+    static void ready(const AgentProcess& agent) { EXPECT_EQ(agent.notification(), "READY=1"); }
+
+    static const nlohmann::json& row(const nlohmann::json& rows, const std::string& keyring) {
+        return *std::ranges::find_if(
+            rows, [&](const nlohmann::json& each) { return each["keyring"] == keyring; });
+    }
+};
+
+// Answers every line of its first client with the same text, or ends the connection.
+class Impostor {
+public:
+    explicit Impostor(std::string answer) : answer_(std::move(answer)) {
+        fs::create_directories(agentSocketDirectory);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::string(agentSocket).copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+                  0);
+        EXPECT_EQ(listen(socket_.get(), 1), 0);
+        thread_ = std::thread([this] { serve(); });
+    }
+
+    ~Impostor() { thread_.join(); }
+
+    Impostor(const Impostor&) = delete;
+    Impostor& operator=(const Impostor&) = delete;
+
+private:
+    void serve() const {
+        const Zell::OwnedFd client(accept(socket_.get(), nullptr, nullptr));
+        std::array<char, 4096> request{};
+        while (recv(client.get(), request.data(), request.size(), 0) > 0 && !answer_.empty()) {
+            ::send(client.get(), answer_.data(), answer_.size(), MSG_NOSIGNAL);
+        }
+    }
+
+    std::string answer_;
+    Zell::OwnedFd socket_{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    std::thread thread_;
+};
+
+TEST_F(AgentVerbs, StatusWithoutAnAgentSaysSoAndIsNotHealthy) {
+    const Ran ran = ctl({"status", "--json"});
+    EXPECT_EQ(ran.status, 6);
+    EXPECT_EQ(ran.json()["keyrings"].size(), 4U);
+    EXPECT_EQ(row(ran.json()["keyrings"], ".ima")["watched"], "unknown");
+    EXPECT_TRUE(ran.json()["counters"].empty());
+    EXPECT_THAT(
+        ran.json()["problems"][0]["problem"].get<std::string>(),
+        HasSubstr("no agent at /run/vestrel/agent.sock: No such file or directory; watches, "
+                  "counters, failures and drift cannot be known"));
+}
+
+TEST_F(AgentVerbs, StatusShowsTheAgentAndItsCounters) {
+    const AgentProcess agent({});
+    ready(agent);
+    const Ran ran = ctl({"status", "--json"});
+    EXPECT_EQ(ran.json()["agent"][0]["pid"], agent.pid());
+    EXPECT_EQ(ran.json()["agent"][0]["version"], VESTREL_VERSION);
+    EXPECT_EQ(ran.json()["counters"].size(), 4U);
+    EXPECT_EQ(row(ran.json()["counters"], ".ima")["loads"], 0);
+    EXPECT_EQ(ran.status, ran.json()["problems"].empty() ? 0 : 6);
+}
+
+TEST_F(AgentVerbs, StatusIsATableForPeople) {
+    const AgentProcess agent({});
+    ready(agent);
+    const Ran ran = ctl({"status"});
+    EXPECT_THAT(ran.out, testing::StartsWith("KEYRING "));
+    EXPECT_THAT(ran.out, HasSubstr("\n.machine "));
+    EXPECT_THAT(ran.out, HasSubstr("\n\nKEYRING                  LOADS"));
+    EXPECT_THAT(ran.out, HasSubstr("\n\nPID "));
+}
+
+TEST_F(AgentVerbs, KeysAndFilesDoWithoutAnAgentAndSayWhatTheyDoNotKnow) {
+    fs::create_directories("/etc/keys/ima");
+    std::ofstream("/etc/keys/ima/notes.txt") << "no certificate";
+    for (const char* const verb : {"keys", "files"}) {
+        const Ran ran = ctl({verb, "ima", "--json"});
+        EXPECT_EQ(ran.status, 0);
+        EXPECT_THAT(ran.err, HasSubstr("cannot be known"));
+        EXPECT_TRUE(ran.json().contains(verb));
+    }
+    const Ran files = ctl({"files", ".ima", "--json"});
+    ASSERT_EQ(files.json()["files"].size(), 1U);
+    EXPECT_EQ(files.json()["files"][0]["file"], "/etc/keys/ima/notes.txt");
+    EXPECT_EQ(files.json()["files"][0]["description"], "");
+    EXPECT_EQ(files.json()["files"][0]["state"], "");
+}
+
+TEST_F(AgentVerbs, ResyncAndTraceFailWithoutAnAgent) {
+    for (const char* const verb : {"resync", "trace"}) {
+        const Ran ran = ctl({verb});
+        EXPECT_EQ(ran.status, 1);
+        EXPECT_EQ(ran.out, "");
+        EXPECT_THAT(ran.err, HasSubstr("no agent at"));
+    }
+}
+
+TEST_F(AgentVerbs, ResyncHasTheAgentStartAnew) {
+    const AgentProcess agent({.arguments = {"--trace", "5"}});
+    ready(agent);
+    EXPECT_EQ(ctl({"resync"}).status, 0);
+    EXPECT_EQ(std::ranges::count(agent.errLines(), "IntegrityKeyringSm 5 handleInitialized: "), 2);
+}
+
+TEST_F(AgentVerbs, TraceShowsTheEventsOfTheAgent) {
+    const AgentProcess agent({.arguments = {"--trace", "5"}});
+    ready(agent);
+    const Ran ran = ctl({"trace", "--json"});
+    EXPECT_EQ(ran.status, 0);
+    EXPECT_THAT(ran.json()["trace"][0]["text"].get<std::string>(), HasSubstr("handleInitialized"));
+    EXPECT_THAT(ctl({"trace"}).out, HasSubstr(" IntegrityKeyringSm 5 "));
+}
+
+TEST_F(AgentVerbs, TraceFollowsUntilTheAgentEnds) {
+    AgentProcess agent({.arguments = {"--trace", "5"}});
+    ready(agent);
+    std::FILE* const follower = popen(VESTREL_CTL " trace --follow 2>&1", "re");
+    ASSERT_NE(follower, nullptr);
+    std::array<char, 4096> line{};
+    const auto sees = [&](const char* text) {
+        while (std::fgets(line.data(), line.size(), follower) != nullptr) {
+            if (std::string_view(line.data()).find(text) != std::string_view::npos) {
+                return true;
+            }
+        }
+        return false;
+    };
+    EXPECT_TRUE(sees("createWatcher(const Orvo::String&): .machine"));
+    agent.signal(SIGHUP);
+    EXPECT_TRUE(sees("handleDelete()")) << "what happened since";
+    agent.signal(SIGTERM);
+    EXPECT_EQ(agent.wait(), 0);
+    EXPECT_TRUE(sees("vestrelctl: the agent does not answer: "));
+    const int status = pclose(follower);
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+}
+
+TEST_F(AgentVerbs, DoNotBelieveWhateverAnswers) {
+    for (const char* const answer : {"garbage\n", "[]\n", "{}\n", ""}) {
+        const Impostor impostor(answer);
+        const Ran ran = ctl({"resync"});
+        EXPECT_EQ(ran.status, 1) << answer;
+        EXPECT_THAT(ran.err, HasSubstr("the agent does not answer: ")) << answer;
+        fs::remove(agentSocket);
+    }
+}
+
+TEST_F(AgentVerbs, NameTheErrorOfTheAgent) {
+    const Impostor impostor("{\"error\":\"MethodNotFound\",\"parameters\":{}}\n");
+    const Ran ran = ctl({"resync"});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_THAT(ran.err, HasSubstr("the agent refuses Resync: \"MethodNotFound\""));
+}
+
+} // namespace
+
+} // namespace Vestrel::Tests

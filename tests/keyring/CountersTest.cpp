@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests what is counted of each keyring, and that counting changes nothing else.
+#include "keyring/KeyringCounters.h"
+#include "keyring/WatchNotification.h"
+#include "tests/keyring/CertificateDirectories.h"
+#include "tests/keyring/InotifyBytes.h"
+
+#include <sys/inotify.h>
+
+#include <cerrno>
+#include <regex>
+
+namespace Vestrel::Tests {
+
+namespace {
+
+class Counters : public CertificateDirectories {
+protected:
+    Counters() {
+        KeyringCounters::of(".ima") = {}; // they live as long as the process
+        KeyringCounters::doubtObserverIs([this] { ++doubts_; });
+        start();
+    }
+
+    ~Counters() override { KeyringCounters::doubtObserverIs(nullptr); }
+
+    static KeyringCounters& ima() { return KeyringCounters::of(".ima"); }
+
+    int doubts_ = 0;
+};
+
+TEST_F(Counters, CountLoadsRefusalsAndUnlinks) {
+    put("good", "first");
+    put("other", "second");
+    dispatch();
+    keys.judgeWith([](auto) { return ENOKEY; });
+    put("bad", "third");
+    dispatch();
+    EXPECT_EQ(ima().loads, 2);
+    EXPECT_EQ(ima().refusals, 1);
+    EXPECT_EQ(ima().unlinks, 0);
+    std::filesystem::remove(file("good"));
+    dispatch();
+    EXPECT_EQ(ima().unlinks, 1);
+    EXPECT_EQ(KeyringCounters::of(".machine").loads, 0) << "each keyring has its own";
+    EXPECT_EQ(doubts_, 0);
+}
+
+TEST_F(Counters, NameTheLastFailureWithItsTimeAndReason) {
+    EXPECT_EQ(ima().lastFailureTime, "");
+    keys.judgeWith([](auto) { return ENOKEY; });
+    put("bad", "third");
+    dispatch();
+    EXPECT_EQ(ima().lastFailure, file("bad") + ": Required key not available");
+    EXPECT_TRUE(std::regex_match(
+        ima().lastFailureTime,
+        std::regex("20[0-9]{2}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z")))
+        << ima().lastFailureTime;
+}
+
+TEST_F(Counters, RememberARefusedFileUntilItIsTaken) {
+    keys.judgeWith([](auto) { return EBADMSG; });
+    put("file", "text");
+    dispatch();
+    EXPECT_EQ(ima().refused, (KeyringCounters::Refusals{{file("file"), "Bad message"}}));
+    keys.judgeWith(nullptr);
+    put("file", "text");
+    dispatch();
+    EXPECT_TRUE(ima().refused.empty());
+}
+
+TEST_F(Counters, ForgetRefusedFilesWhenEverythingIsOfferedAgain) {
+    ima().refusalIs("/gone", "any");
+    stop();
+    start();
+    EXPECT_TRUE(ima().refused.empty());
+    EXPECT_EQ(ima().refusals, 1);
+}
+
+TEST_F(Counters, RememberNoMoreRefusedFilesThanTheirLimit) {
+    for (std::size_t i = 0; i <= KeyringCounters::maxRefusedFiles; ++i) {
+        ima().refusalIs(std::to_string(i), "any");
+    }
+    EXPECT_EQ(ima().refused.size(), KeyringCounters::maxRefusedFiles);
+    EXPECT_EQ(ima().refusals, static_cast<std::int64_t>(KeyringCounters::maxRefusedFiles) + 1);
+    ima().refusalIs("0", "another");
+    EXPECT_EQ(ima().refused["0"], "another");
+}
+
+TEST_F(Counters, CountAnOverflowOfTheDirectoryAsDoubt) {
+    calls.feedRead(sm->watcherInfos(".ima").inotifyFd,
+                   inotifyBytes({.mask = IN_Q_OVERFLOW, .watch = -1}));
+    sm->handleInotify(".ima");
+    EXPECT_EQ(ima().overflows, 1);
+    EXPECT_EQ(doubts_, 1);
+}
+
+TEST_F(Counters, CountALossOfNotificationsInEitherForm) {
+    const int queue = sm->watcherInfos(".ima").readFd;
+    calls.feedRead(queue, std::string_view("\0\0\0\1\10\0\0\0", 8)); // as the kernel has it
+    sm->handleKeyringWatch(".ima");
+    EXPECT_EQ(ima().notificationsLost, 1);
+    calls.feedRead(queue, std::string_view("\0\0\0\1\20\0\0\0\0\0\0\0\0\0\0\0", 16));
+    sm->handleKeyringWatch(".ima");
+    EXPECT_EQ(ima().notificationsLost, 2);
+    EXPECT_EQ(doubts_, 2);
+}
+
+TEST_F(Counters, TakeAnotherShortRecordForNoLoss) {
+    const int queue = sm->watcherInfos(".ima").readFd;
+    calls.feedRead(queue, std::string_view("\0\0\0\1", 4));
+    calls.feedRead(queue, std::string_view("\0\0\0\0\10\0\0\0", 8));
+    sm->handleKeyringWatch(".ima");
+    EXPECT_EQ(ima().notificationsLost, 0);
+    EXPECT_EQ(doubts_, 0);
+}
+
+TEST_F(Counters, CountClearedRevokedAndRemovedKeyringsAsDoubt) {
+    keys.clear(".ima");
+    dispatch();
+    EXPECT_EQ(ima().upsets, 1);
+    keys.revoke(keys.serialOf(".ima"));
+    dispatch();
+    EXPECT_EQ(ima().upsets, 2);
+    keys.removeKeyring(".ima");
+    dispatch();
+    EXPECT_EQ(ima().upsets, 3);
+    EXPECT_EQ(doubts_, 3);
+}
+
+TEST_F(Counters, GoOnWhenTheStateMachineIsMadeAgain) {
+    put("good", "first");
+    dispatch();
+    stop();
+    start();
+    put("other", "second");
+    dispatch();
+    EXPECT_EQ(ima().loads, 2);
+}
+
+TEST_F(Counters, NameWhyAWatchCouldNotBeOpened) {
+    stop();
+    calls.failNext("inotify_add_watch", ENOSPC);
+    start();
+    EXPECT_EQ(ima().lastFailure, "inotify_add_watch: No space left on device");
+}
+
+TEST_F(Counters, AreReadThroughTheirTypeTable) {
+    ima().refusalIs("/a", "reason");
+    const Zell::TypeData* const type = Zell::registeredType("Vestrel::KeyringCounters");
+    ASSERT_NE(type, nullptr);
+    EXPECT_EQ(type->value(&ima(), 1), Orvo::Value(std::int64_t{1}));
+    int refused = 0;
+    type->collections().at(0).forEach(&ima(), [&](const Orvo::String& name, const auto& value) {
+        ++refused;
+        EXPECT_EQ(name, "/a");
+        EXPECT_EQ(std::get<Orvo::String>(value), "reason");
+    });
+    EXPECT_EQ(refused, 1);
+}
+
+} // namespace
+
+} // namespace Vestrel::Tests
