@@ -213,8 +213,18 @@ TEST(CertificateDescription, RefusesACurveThatIsNotNamedInTheShortestForm) {
     EXPECT_EQ(certificateDescription(changed({}, curve, octets)), "");
     const Bytes longForm{0x06, 0x81, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x03, 0x01};
     EXPECT_EQ(certificateDescription(changed({}, curve, longForm)), "");
+    const Bytes algorithm{0x30, 0x13, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01};
+    Bytes withoutCurve = algorithm;
+    withoutCurve[1] = 0x09;
+    EXPECT_EQ(certificateDescription(changed({}, algorithm, withoutCurve)), "");
     const Bytes twoNulls{0x05, 0x00, 0x04, 0x06, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
     EXPECT_EQ(certificateDescription(changed({}, curve, twoNulls)), "") << "more than parameters";
+}
+
+TEST(CertificateDescription, RefusesTimesThatStandInNoSequence) {
+    const Bytes validity{0x30, 0x1e, 0x17, 0x0d};
+    EXPECT_EQ(certificateDescription(changed({}, validity, validity)), leafDescription);
+    EXPECT_EQ(certificateDescription(changed({}, validity, {0x31, 0x1e, 0x17, 0x0d})), "");
 }
 
 TEST(CertificateDescription, RefusesAThirdTime) {

@@ -9,6 +9,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#ifdef VESTREL_COVERAGE
+#include <csignal>
+#endif
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -53,10 +56,22 @@ void privateDirectory(const char* path) {
     }
 }
 
+#ifdef VESTREL_COVERAGE
+extern "C" void __gcov_dump(void);
+
+// A process that an assertion ends counts too.
+void countersAreKeptOnAbort() {
+    std::signal(SIGABRT, [](int) { __gcov_dump(); });
+}
+#else
+void countersAreKeptOnAbort() {}
+#endif
+
 } // namespace
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
+    countersAreKeptOnAbort();
     if (!GTEST_FLAG_GET(list_tests)) {
         namespacesEnter();
         privateDirectory("/etc");
