@@ -198,10 +198,12 @@ TEST(CertificateDescription, RefusesTimesThatTheKernelDoesNotRead) {
 // The certificate with one place changed; the sizes of all that is around stay true.
 Bytes changed(const CertificatePlan& plan, const Bytes& from, const Bytes& to) {
     Bytes der = authority().issue(plan);
-    const auto place = std::ranges::search(der, from);
-    EXPECT_FALSE(place.empty()) << "the place to change is not there";
+    const auto place = std::search(der.begin(), der.end(), from.begin(), from.end());
+    EXPECT_NE(place, der.end()) << "the place to change is not there";
     EXPECT_EQ(from.size(), to.size());
-    std::ranges::copy(to, place.begin());
+    if (place != der.end() && from.size() == to.size()) {
+        std::copy(to.begin(), to.end(), place);
+    }
     return der;
 }
 
@@ -250,9 +252,9 @@ TEST(CertificateDescription, RefusesACriticalFlagThatIsMalformed) {
 TEST(CertificateDescription, RefusesUniqueIdentifiersThatAreMalformed) {
     Bytes der = leaf();
     const Bytes point{0x03, 0x42, 0x00, 0x04}; // the public key, which the extensions follow
-    const auto key = std::ranges::search(der, point);
-    ASSERT_FALSE(key.empty());
-    const auto extensions = key.begin() + 2 + 0x42;
+    const auto key = std::search(der.begin(), der.end(), point.begin(), point.end());
+    ASSERT_NE(key, der.end());
+    const auto extensions = key + 2 + 0x42;
     ASSERT_EQ(*extensions, 0xa3);
     for (const std::uint8_t identifier : {std::uint8_t{0x81}, std::uint8_t{0x82}}) {
         extensions[0] = identifier;
