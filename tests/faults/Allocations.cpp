@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Defines operator new in the test executable, in front of the standard library's.
+// Defines operator new and delete in the test executable, in front of the standard library's.
 #include "tests/faults/Allocations.h"
 
 #include "tests/fakes/Aside.h"
@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <new>
 #include <string_view>
+#include <utility>
 
 namespace Vestrel::Tests {
 
@@ -55,6 +56,17 @@ bool strikes() {
     return true;
 }
 
+constinit std::function<void()>* onRelease = nullptr;
+
+void released(void* memory) noexcept {
+    if (onRelease != nullptr && memory != nullptr && !Aside::exists()) {
+        std::function<void()>* const look = std::exchange(onRelease, nullptr);
+        (*look)();
+        onRelease = look;
+    }
+    std::free(memory);
+}
+
 void* allocated(std::size_t size, std::size_t alignment) {
     if (strikes()) {
         throw std::bad_alloc();
@@ -84,6 +96,14 @@ bool FailingAllocation::hasStruck() {
     return plan.hasStruck;
 }
 
+ReleaseWatch::ReleaseWatch(std::function<void()> look) {
+    onRelease = new std::function<void()>(std::move(look));
+}
+
+ReleaseWatch::~ReleaseWatch() {
+    delete std::exchange(onRelease, nullptr);
+}
+
 } // namespace Vestrel::Tests
 
 // Libraries find these only when the executable shows them.
@@ -98,19 +118,19 @@ void* operator new(std::size_t size, std::align_val_t alignment) {
 }
 
 void operator delete(void* memory) noexcept {
-    std::free(memory);
+    Vestrel::Tests::released(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+    Vestrel::Tests::released(memory);
 }
 
 void operator delete(void* memory, std::align_val_t) noexcept {
-    std::free(memory);
+    Vestrel::Tests::released(memory);
 }
 
 void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-    std::free(memory);
+    Vestrel::Tests::released(memory);
 }
 
 #pragma GCC visibility pop

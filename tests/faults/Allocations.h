@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lets allocations of the code under test fail.
+// Lets allocations of the code under test fail, and looks on when it gives memory back.
 #pragma once
 
 #include <cstddef>
+#include <functional>
 
 namespace Vestrel::Tests {
 
@@ -21,6 +22,16 @@ public:
     // Whether there were as many calls, and whether one of them failed.
     static bool isReached();
     static bool hasStruck();
+};
+
+// While one lives, `look` is called before memory goes back through operator delete, except by what
+// `look` itself does and what the tests do Aside. One at a time.
+class ReleaseWatch {
+public:
+    explicit ReleaseWatch(std::function<void()> look);
+    ~ReleaseWatch();
+    ReleaseWatch(const ReleaseWatch&) = delete;
+    ReleaseWatch& operator=(const ReleaseWatch&) = delete;
 };
 
 } // namespace Vestrel::Tests

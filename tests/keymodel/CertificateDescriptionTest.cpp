@@ -195,6 +195,76 @@ TEST(CertificateDescription, RefusesTimesThatTheKernelDoesNotRead) {
     }
 }
 
+// The certificate with one place changed; the sizes of all that is around stay true.
+Bytes changed(const CertificatePlan& plan, const Bytes& from, const Bytes& to) {
+    Bytes der = authority().issue(plan);
+    const auto place = std::search(der.begin(), der.end(), from.begin(), from.end());
+    EXPECT_NE(place, der.end()) << "the place to change is not there";
+    EXPECT_EQ(from.size(), to.size());
+    if (place != der.end() && from.size() == to.size()) {
+        std::copy(to.begin(), to.end(), place);
+    }
+    return der;
+}
+
+TEST(CertificateDescription, RefusesACurveThatIsNotNamedInTheShortestForm) {
+    const Bytes curve{0x06, 0x08, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x03, 0x01, 0x07};
+    EXPECT_EQ(certificateDescription(changed({}, curve, curve)), leafDescription);
+    Bytes octets = curve;
+    octets[0] = 0x04;
+    EXPECT_EQ(certificateDescription(changed({}, curve, octets)), "");
+    const Bytes longForm{0x06, 0x81, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x03, 0x01};
+    EXPECT_EQ(certificateDescription(changed({}, curve, longForm)), "");
+    const Bytes algorithm{0x30, 0x13, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01};
+    Bytes withoutCurve = algorithm;
+    withoutCurve[1] = 0x09;
+    EXPECT_EQ(certificateDescription(changed({}, algorithm, withoutCurve)), "");
+    const Bytes twoNulls{0x05, 0x00, 0x04, 0x06, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+    EXPECT_EQ(certificateDescription(changed({}, curve, twoNulls)), "") << "more than parameters";
+}
+
+TEST(CertificateDescription, RefusesTimesThatStandInNoSequence) {
+    const Bytes validity{0x30, 0x1e, 0x17, 0x0d};
+    EXPECT_EQ(certificateDescription(changed({}, validity, validity)), leafDescription);
+    EXPECT_EQ(certificateDescription(changed({}, validity, {0x31, 0x1e, 0x17, 0x0d})), "");
+}
+
+TEST(CertificateDescription, RefusesAThirdTime) {
+    CertificatePlan plan;
+    plan.notAfter = "20991231235959Z";
+    const Bytes generalized = bytesOf("\x18\x0f" + plan.notAfter);
+    Bytes followed = bytesOf("\x17\x0d" + std::string("491231235959Z"));
+    EXPECT_EQ(certificateDescription(changed(plan, generalized, generalized)), leafDescription);
+    followed.insert(followed.end(), {0x05, 0x00});
+    EXPECT_EQ(certificateDescription(changed(plan, generalized, followed)), "");
+}
+
+TEST(CertificateDescription, RefusesACriticalFlagThatIsMalformed) {
+    CertificatePlan plan;
+    plan.extensions = {{"1.3.6.1.4.1.55555.2", {0x05, 0x00}, true}};
+    const Bytes flag{0x01, 0x01, 0xff, 0x04, 0x02, 0x05, 0x00};
+    EXPECT_EQ(certificateDescription(changed(plan, flag, flag)), leafDescription);
+    Bytes longer = flag;
+    longer[1] = 0x7f;
+    EXPECT_EQ(certificateDescription(changed(plan, flag, longer)), "");
+}
+
+TEST(CertificateDescription, RefusesUniqueIdentifiersThatAreMalformed) {
+    Bytes der = leaf();
+    const Bytes point{0x03, 0x42, 0x00, 0x04}; // the public key, which the extensions follow
+    const auto key = std::search(der.begin(), der.end(), point.begin(), point.end());
+    ASSERT_NE(key, der.end());
+    const auto extensions = key + 2 + 0x42;
+    ASSERT_EQ(*extensions, 0xa3);
+    for (const std::uint8_t identifier : {std::uint8_t{0x81}, std::uint8_t{0x82}}) {
+        extensions[0] = identifier;
+        EXPECT_EQ(certificateDescription(der), "Leaf: 1234") << "skipped, and no extension is left";
+        const std::uint8_t size = std::exchange(extensions[1], 0x7f);
+        EXPECT_EQ(certificateDescription(der), "");
+        extensions[1] = size;
+    }
+}
+
 TEST(CertificateDescription, ReadsAnAuthorityIdentifierAsNarrowlyAsTheKernel) {
     const std::vector<std::pair<Bytes, bool>> values{
         {{0x30, 0x00}, true},

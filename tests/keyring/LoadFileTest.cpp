@@ -3,6 +3,8 @@
 #include "platform/brisklog/Brisklog.h"
 #include "tests/keyring/FileTest.h"
 
+#include <cstdlib>
+
 namespace Vestrel::Tests {
 
 namespace {
@@ -198,6 +200,29 @@ TEST_F(LoadFile, SkipsTracesWhoseLevelIsOff) {
 }
 
 using LoadFileDeathTest = LoadFile;
+
+TEST_F(LoadFile, TracesItsArgumentsBeforeItLoads) {
+    bool hasAdded = true;
+    onTrace = [&](const std::string& line) {
+        if (line.starts_with("5 loadFile: .ima, ")) {
+            hasAdded = !keys.calls().empty();
+        }
+    };
+    sm->loadFile(".ima", file("a"));
+    onTrace = nullptr;
+    EXPECT_FALSE(hasAdded);
+}
+
+TEST_F(LoadFileDeathTest, EndsTheProcessBeforeTheKeyIsDescribedForAKeyringThatIsNotManaged) {
+    coll->keyringDelAll();
+    onTrace = [](const std::string& line) {
+        if (line.starts_with("5 getKey: ")) {
+            std::_Exit(0); // no death
+        }
+    };
+    EXPECT_DEATH(sm->loadFile(".ima", file("a")), "loadFile: assertion failed: keyColl");
+    onTrace = nullptr;
+}
 
 TEST_F(LoadFileDeathTest, EndsTheProcessForAKeyringThatIsNotManaged) {
     keys.keyring(".foreign");
