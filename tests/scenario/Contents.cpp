@@ -32,7 +32,7 @@ std::string described(const std::string& commonName) {
 // Another end of the validity: everything can be read, and the signature is wrong.
 Bytes tampered(Bytes certificate) {
     constexpr std::string_view end = "491231235959Z";
-    const auto found = std::ranges::search(certificate, end);
+    const auto found = std::search(certificate.begin(), certificate.end(), end.begin(), end.end());
     found[1] = '8';
     return certificate;
 }

@@ -6,7 +6,7 @@
 namespace Vestrel::Tests {
 namespace {
 
-constexpr std::uint64_t usualScenarios = 300;
+constexpr std::uint64_t usualScenarios = 200;
 
 std::unique_ptr<Stage> modelStage(std::uint64_t seed) {
     return std::make_unique<ModelStage>(seed);

@@ -22,7 +22,11 @@ const std::vector<NamedScenario>& namedScenarios() {
         {"FileClosedAndReplacedByALinkIsFollowed",
          "restart; write out/x alpha; write ima/a beta; delete ima/a; symlink ima/a out/x; loop"},
         {"OnlyOneOfTwoKeysOfOneRecordedDescriptionIsUnlinked",
-         "add ima cut-1; add ima cut-2; write ima/a cut-1; restart; delete ima/a; loop"},
+         "link ima cut-1; link ima cut-2; restart; loop; write ima/a cut-1; move ima/a out/x; "
+         "write out/y cut-1; move out/y ima/a; loop"},
+        {"UnlinkingADisplacedKeyThatIsHeldTakesItsSuccessorOut",
+         "restart; write ima/a alpha; loop; link ima alpha; loop; delete ima/a; add ima alpha; "
+         "loop"},
         {"FileClosedUnderItsNewNameIsLoadedThere",
          "restart; open 1 ima/a alpha; move ima/a ima/b; close 1; loop; delete ima/b; loop"},
         {"EventsThatSayTheSameAreReportedOnce",
