@@ -4,6 +4,7 @@
 
 #include "agent/AgentMessages.h"
 #include "agent/Directories.h"
+#include "agent/Sinks.h"
 #include "logmsg/LogCall.h"
 #include "platform/zell/LogFacility.h"
 
@@ -36,16 +37,21 @@ void notifyReloading() {
 } // namespace
 
 Agent::Agent(const AgentOptions& options)
-    : options_(options), loop_(Zell::ActivityFacility::activityManager()),
+    : options_(options), loop_(Zell::ActivityFacility::activityManager()), loadFailures_(loop_),
       keyrings_(Orvo::makeNode<IntegrityKeyringColl>()),
       requests_({[this]() -> IntegrityKeyringSm& { return *keyringSm_; },
                  [this]() -> IntegritySyslogSm& { return *syslogSm_; },
                  [this]() -> const DriftRecord& { return drift_->record(); },
                  [this] { return resync(); }}) {
+    sinksAre(options_, [this](const Zell::LogMessage& message) { loadFailures_.seen(message); });
     for (const int signal : {SIGTERM, SIGINT}) {
         loop_->signalIs(signal, [this] { loop_->exitIs(ended); });
     }
     loop_->signalIs(SIGHUP, [this] { reload(); });
+}
+
+Agent::~Agent() {
+    sinksAre(options_); // nobody observes any more
 }
 
 int Agent::run() {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "agent/DriftWatch.h"
+#include "agent/LoadFailures.h"
 #include "agent/Options.h"
 #include "agent/Requests.h"
 #include "agent/StatusServer.h"
@@ -25,8 +26,12 @@ public:
     static constexpr const char* statusDirectory = agentSocketDirectory;
     static constexpr const char* statusSocket = agentSocket;
 
-    // Blocks the signals; nothing else happens before run(). Throws std::system_error.
+    // Sets the sinks and blocks the signals; nothing else happens before run(). Throws
+    // std::system_error.
     explicit Agent(const AgentOptions& options);
+    ~Agent();
+    Agent(const Agent&) = delete;
+    Agent& operator=(const Agent&) = delete;
 
     // Starts up, tells the service manager, serves, and ends in order. Returns the exit status.
     // Exceptions of the start-up leave.
@@ -41,6 +46,7 @@ private:
 
     const AgentOptions options_;
     Orvo::Ptr<Zell::ActivityManager> loop_;
+    LoadFailures loadFailures_;
     Orvo::Ptr<IntegrityKeyringColl> keyrings_;
     Orvo::Ptr<IntegrityKeyringSm> keyringSm_;
     Orvo::Ptr<IntegritySyslogSm> syslogSm_;

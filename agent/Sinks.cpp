@@ -62,13 +62,24 @@ Zell::LogSink logSink(LogTarget target) {
     return notToMyself(Zell::automaticSink());
 }
 
+Zell::LogSink observed(Zell::LogSink sink, Zell::LogSink observer) {
+    if (!observer) {
+        return sink;
+    }
+    return
+        [sink = std::move(sink), observer = std::move(observer)](const Zell::LogMessage& message) {
+            sink(message);
+            observer(message);
+        };
+}
+
 } // namespace
 
-void sinksAre(const AgentOptions& options) {
+void sinksAre(const AgentOptions& options, Zell::LogSink observer) {
     Zell::traceLevelIs(options.traceLevel);
     Zell::traceSinkIs(traceToStderr);
     openlog("vestrel-agent", LOG_PID, LOG_DAEMON);
-    Zell::LogFacility::sinkIs(logSink(options.log));
+    Zell::LogFacility::sinkIs(observed(logSink(options.log), std::move(observer)));
 }
 
 } // namespace Vestrel

@@ -2,7 +2,6 @@
 // vestrel-agent: the host process.
 #include "agent/Agent.h"
 #include "agent/Options.h"
-#include "agent/Sinks.h"
 
 #include <cstdio>
 #include <exception>
@@ -14,7 +13,6 @@ int main(int argc, char** argv) {
         return status;
     }
     try {
-        Vestrel::sinksAre(*options);
         return Vestrel::Agent(*options).run();
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "vestrel-agent: %s\n", failure.what());

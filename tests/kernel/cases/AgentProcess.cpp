@@ -32,6 +32,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int stepMilliseconds = 3;
 constexpr std::string_view traceHandle = "IntegrityKeyringSm ";
+constexpr std::string_view explanationPrefix = "VESTREL_INTEGRITY_LOAD_KEY_EXPLANATION: ";
 constexpr std::string_view messagePrefix = "VESTREL_";
 
 [[noreturn]] void refused(const std::string& what) {
@@ -79,6 +80,7 @@ void AgentProcess::start() {
     notifications_.clear();
     traces_.clear();
     messages_.clear();
+    explanations_.clear();
     offset_ = 0;
     notifySocket_.reset(boundSocket(directory_ + "/notify"));
     spawn();
@@ -198,6 +200,11 @@ const std::vector<std::string>& AgentProcess::messages() {
     return messages_;
 }
 
+const std::vector<std::string>& AgentProcess::explanations() {
+    linesRead();
+    return explanations_;
+}
+
 std::string AgentProcess::output() const {
     std::ostringstream text;
     text << std::ifstream(directory_ + "/stderr").rdbuf();
@@ -216,6 +223,8 @@ void AgentProcess::linesRead() {
 void AgentProcess::lineRead(const std::string& line) {
     if (line.starts_with(traceHandle)) {
         traces_.push_back(line.substr(traceHandle.size()));
+    } else if (line.starts_with(explanationPrefix)) {
+        explanations_.push_back(line.substr(explanationPrefix.size()));
     } else if (line.starts_with(messagePrefix)) {
         messages_.push_back(line);
     }

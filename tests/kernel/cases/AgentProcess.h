@@ -30,6 +30,9 @@ public:
     const std::vector<std::string>& traces() override;
     const std::vector<std::string>& messages() override;
 
+    /// The agent's own words on failed loads, which are not among messages().
+    const std::vector<std::string>& explanations();
+
     /// More arguments for the next start.
     void argumentsAre(std::vector<std::string> arguments) { arguments_ = std::move(arguments); }
 
@@ -65,6 +68,7 @@ private:
     std::vector<std::string> notifications_;
     std::vector<std::string> traces_;
     std::vector<std::string> messages_;
+    std::vector<std::string> explanations_;
 };
 
 } // namespace Vestrel::Tests

@@ -67,6 +67,17 @@ TEST_F(AgentVerbs, StatusNamesARefusedFileAndIsNotHealthy) {
     EXPECT_NE(ima["lastFailureTime"], "");
 }
 
+TEST_F(AgentVerbs, CheckSaysWhatTheAgentSaysOfARefusal) {
+    start();
+    write(file("stranger"), unknownAuthority().issue({}));
+    EXPECT_TRUE(eventually([&] { return agent().explanations().size() == 1; }));
+    const Rows checked = rows({"check", ".ima", file("stranger")}, "check").at(0);
+    EXPECT_EQ(agent().explanations().at(0),
+              "Certificate " + file("stranger") + " for keyring (.ima): refused (" +
+                  checked["reason"].get<std::string>() +
+                  "): " + checked["explanation"].get<std::string>() + ".");
+}
+
 TEST_F(AgentVerbs, StatusWithoutAnAgentShowsWhatKernelAndFilesTell) {
     start();
     write(file("signer"), certificate("signer"));

@@ -137,7 +137,7 @@ TEST_F(Drift, AfterLostNotificationsIsPutRight) {
     {
         const Stopped stopped(agent().pid());
         for (int i = 0; i < 300; ++i) { // the queue holds 256
-            ring.add(kept); // displaces itself
+            ring.add(kept);             // displaces itself
         }
         ring.add(certificate("lost"));
     }
