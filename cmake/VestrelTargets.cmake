@@ -41,7 +41,7 @@ function(vestrel_library target)
     target_include_directories(${target} PUBLIC
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/vestrel>)
-    install(TARGETS ${target}
+    install(TARGETS ${target} EXPORT VestrelSmTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
         NAMELINK_COMPONENT development)
 endfunction()
