@@ -84,7 +84,7 @@ int main(int argc, char** argv) {
         Bench::Follower::follow(options.follow);
     }
 
-    Bench::privateSystem();
+    Bench::ownDirectories();
     Bench::Report report;
     std::printf("keyring: %s\n",
                 Bench::kernelHasImaKeyring() ? "the kernel's .ima" : "a plain one");

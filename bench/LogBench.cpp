@@ -63,7 +63,8 @@ int main(int argc, char** argv) {
         serveLines(); // in a process of measurePeer()
     }
     const Options options = parsed(argc, argv);
-    privateSystem();
+    ownDirectories();
+    longQueues();
     Report report;
     compareRoads(report, options.rounds);
     measureSearches(report, options.tilings);

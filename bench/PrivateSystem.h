@@ -4,8 +4,12 @@
 
 namespace Vestrel::Bench {
 
-// Gives the process an /etc and a /run of its own, and long datagram queues. Ends the process with
-// a message when that cannot be had.
-void privateSystem();
+// These end the process with a message when what they are for cannot be had.
+
+// Gives the process an /etc and a /run of its own.
+void ownDirectories();
+
+// Gives the process a network of its own, with long datagram queues.
+void longQueues();
 
 } // namespace Vestrel::Bench

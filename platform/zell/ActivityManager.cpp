@@ -225,9 +225,9 @@ void ActivityFacility::reactorsReevaluate() {
     // By index and without a copy: sinks may make and drop descriptors, and ending watches needs no
     // memory.
     for (std::size_t i = 0; i < all.size();) {
-        const FileDescriptor* const current = all[i];
+        const FileDescriptor* const descriptor = all[i];
         Orvo::Ptr<FileDescriptor>(all[i])->reevaluate();
-        if (i < all.size() && all[i] == current) {
+        if (i < all.size() && all[i] == descriptor) {
             ++i;
         }
     }
