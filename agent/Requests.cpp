@@ -20,6 +20,7 @@ namespace {
 
 constexpr unsigned wholeDepth = 4; // keyrings, one keyring, its file sets
 constexpr unsigned memberDepth = 1;
+constexpr int mostLevels = 8;                               // of a request
 constexpr std::size_t traceBytes = std::size_t{512} * 1024; // of texts in one answer
 
 // Leaves a method on its way to the answer.
@@ -77,6 +78,21 @@ std::uint64_t sequenceOf(const Json& parameters) {
     return after->get<std::uint64_t>();
 }
 
+// Whoever copies or frees a value goes down its levels on the stack, so that there must be few.
+Json parsed(std::string_view request) {
+    bool tooDeep = false;
+    const auto keep = [&](int depth, Json::parse_event_t /*event*/, const Json& /*value*/) {
+        tooDeep = tooDeep || depth > mostLevels;
+        return !tooDeep;
+    };
+    Json value = Json::parse(request, keep, false);
+    if (tooDeep) {
+        throw RequestError{"InvalidRequest",
+                           {{"reason", "nested too deeply"}, {"limit", mostLevels}}};
+    }
+    return value;
+}
+
 } // namespace
 
 Requests::Requests(Host host)
@@ -88,7 +104,7 @@ std::string Requests::tooLong(std::size_t limit) {
 
 std::string Requests::answer(std::string_view request) const {
     try {
-        std::string reply = dumped(succeeded(perform(Json::parse(request, nullptr, false))));
+        std::string reply = dumped(succeeded(perform(parsed(request))));
         if (reply.size() > maxReply) {
             throw RequestError{"ReplyTooLarge", {{"limit", maxReply}}};
         }

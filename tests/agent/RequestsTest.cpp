@@ -112,11 +112,15 @@ TEST_F(RequestsTest, RefusesWhatIsNoRequest) {
     }
 }
 
-TEST_F(RequestsTest, SurvivesDeepNesting) {
+TEST_F(RequestsTest, RefusesDeepNesting) {
+    const auto nested = [](std::size_t levels) {
+        return R"({"method":"Status","parameters":{"a":)" + std::string(levels, '[') +
+               std::string(levels, ']') + "}}";
+    };
     EXPECT_EQ(errorOf(std::string(60000, '[')), "InvalidRequest");
-    EXPECT_EQ(errorOf(R"({"method":"Status","parameters":{"a":)" + std::string(30000, '[') +
-                      std::string(30000, ']') + "}}"),
-              "InvalidParameter");
+    EXPECT_EQ(errorOf(nested(30000)), "InvalidRequest");
+    EXPECT_EQ(errorOf(nested(7)), "InvalidRequest");
+    EXPECT_EQ(errorOf(nested(6)), "InvalidParameter");
 }
 
 TEST_F(RequestsTest, NamesAnUnknownMethodOrParameter) {
