@@ -101,7 +101,7 @@ void Agent::reload() {
 }
 
 Differences Agent::resync() {
-    const Differences differed = drift_->look();
+    Differences differed = drift_->look();
     rebuild(differed);
     return differed;
 }

@@ -29,7 +29,8 @@ void tellReady() {
 
 [[noreturn]] void followByStateMachine() {
     const auto loop = Zell::ActivityFacility::activityManager();
-    const auto sm = integrityKeyringSmFactory(Orvo::makeNode<IntegrityKeyringColl>());
+    [[maybe_unused]] const auto sm = // NOLINT: kept alive
+        integrityKeyringSmFactory(Orvo::makeNode<IntegrityKeyringColl>());
     tellReady();
     loop->run();
     _exit(1);

@@ -24,11 +24,11 @@ void measureTools(Report& report, Certificates& certificates, std::size_t count,
 
 // One file renamed into the directory, with few and with many keys on record.
 void measureChanges(Report& report, Certificates& certificates,
-                    const std::vector<std::size_t>& counts, unsigned changes);
+                    const std::vector<std::size_t>& counts, unsigned changeCount);
 
 // From a rename to the key in the keyring, in a process of its own, against a bare wait for inotify
 // and add_key.
-void measureLatency(Report& report, Certificates& certificates, unsigned changes);
+void measureLatency(Report& report, Certificates& certificates, unsigned changeCount);
 
 // Files renamed into the directory as fast as they can be, all of which are to be loaded.
 void measureBurst(Report& report, Certificates& certificates, std::size_t count);

@@ -120,8 +120,15 @@ std::vector<Side> sides() {
     return both;
 }
 
-void compare(Report& report, std::vector<Side>& both, Kind kind, const std::string& name,
-             std::size_t count, unsigned rounds, double goal) {
+struct Comparison {
+    Kind kind;
+    std::string name;
+    double goal; // how many times less than the other side's
+};
+
+void compare(Report& report, std::vector<Side>& both, const Comparison& comparison,
+             std::size_t count, unsigned rounds) {
+    const auto& [kind, name, goal] = comparison;
     const Lines lines = linesOf(kind);
     std::vector<double> ratios;
     for (Side& side : both) {
@@ -149,15 +156,15 @@ void measurePeer(Report& report, std::size_t lines, unsigned rounds) {
         return;
     }
     std::vector<Side> both = sides();
-    compare(report, both, Kind::other, "kernel lines", lines, rounds, 4);
-    compare(report, both, Kind::record, "records", lines, rounds, 3);
+    compare(report, both, {Kind::other, "kernel lines", 4}, lines, rounds);
+    compare(report, both, {Kind::record, "records", 3}, lines, rounds);
 }
 
 void serveLines() {
     Zell::LogFacility::sinkIs(Zell::stderrSink());
     Zell::LogFacility::defaultLimitIs({std::numeric_limits<unsigned>::max(), {}});
     const auto loop = Zell::ActivityFacility::activityManager();
-    const auto sm = integritySyslogSmFactory();
+    [[maybe_unused]] const auto sm = integritySyslogSmFactory(); // NOLINT: kept alive
     std::exit(loop->run());
 }
 

@@ -22,6 +22,7 @@ namespace {
     const int errors = open(errorFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
     dup2(errors, STDERR_FILENO);
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }

@@ -90,8 +90,8 @@ extern "C" VESTREL_EXPORT key_serial_t find_key_by_type_and_desc(const char* typ
                                                                  const char* description,
                                                                  key_serial_t destination) {
     using namespace Vestrel::Bench;
-    if (plainRing != 0 && std::strcmp(description, imaName) == 0) {
+    if (plainRing != 0 && std::strcmp(desc, imaName) == 0) {
         return plainRing;
     }
-    return realFind()(type, description, destination);
+    return realFind()(type, desc, destringid);
 }

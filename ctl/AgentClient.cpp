@@ -86,7 +86,7 @@ std::string AgentClient::line() {
             fail("it does not stop answering");
         }
     }
-    const std::string line = received_.substr(0, received_.find('\n'));
+    std::string line = received_.substr(0, received_.find('\n'));
     received_.erase(0, line.size() + 1);
     return line;
 }

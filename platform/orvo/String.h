@@ -50,7 +50,7 @@ public:
 
     ~String() {
         if (block_ != nullptr && block_->count.decrement() == 0) {
-            Block::free(block_);
+            Block::free(block_); // NOLINT(clang-analyzer-unix.Malloc): not that of the C library
         }
     }
 

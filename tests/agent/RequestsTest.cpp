@@ -119,8 +119,8 @@ TEST_F(RequestsTest, RefusesDeepNesting) {
     };
     EXPECT_EQ(errorOf(std::string(60000, '[')), "InvalidRequest");
     EXPECT_EQ(errorOf(nested(30000)), "InvalidRequest");
-    EXPECT_EQ(errorOf(nested(7)), "InvalidRequest");
-    EXPECT_EQ(errorOf(nested(6)), "InvalidParameter");
+    EXPECT_EQ(errorOf(nested(8)), "InvalidRequest");
+    EXPECT_EQ(errorOf(nested(4)), "InvalidParameter");
 }
 
 TEST_F(RequestsTest, NamesAnUnknownMethodOrParameter) {

@@ -102,13 +102,20 @@ TEST_P(Allocation, ThatFailsLeavesTheSyslogFactoryAsAnExceptionWithNothingLeftBe
     strikeEach([] { return integritySyslogSmFactory(); }, [&] { clear(); });
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    OnceAndForGood, Allocation,
-    testing::Combine(testing::Values(Failing::once, Failing::fromThenOn), testing::Values(0, 1, 5)),
-    [](const auto& each) {
-        return std::string(std::get<Failing>(each.param) == Failing::once ? "Once" : "FromThenOn") +
-               "AtTraceLevel" + std::to_string(std::get<int>(each.param));
-    });
+#if defined(__SANITIZE_ADDRESS__)
+// Without the pool, memory is out in the destructor's own traces too, and an exception there ends
+// the process, as it has to.
+const auto plans =
+    testing::Combine(testing::Values(Failing::once, Failing::fromThenOn), testing::Values(0, 1));
+#else
+const auto plans =
+    testing::Combine(testing::Values(Failing::once, Failing::fromThenOn), testing::Values(0, 1, 5));
+#endif
+
+INSTANTIATE_TEST_SUITE_P(OnceAndForGood, Allocation, plans, [](const auto& each) {
+    return std::string(std::get<Failing>(each.param) == Failing::once ? "Once" : "FromThenOn") +
+           "AtTraceLevel" + std::to_string(std::get<int>(each.param));
+});
 
 } // namespace
 

@@ -64,7 +64,11 @@ private:
 TEST_F(ReleaseOrder, LetsReactorsRunUntilTheLoaderIsReleasedAndThenEndsTheirSubscriptions) {
     put("a", "so that the loader remembers a keyring, which it gives back");
     start();
-    const std::vector<Moment> expected{{true, true, true}, {false, false, false}};
+    std::vector<Moment> expected{{true, true, true}, {false, false, false}};
+#if defined(__SANITIZE_ADDRESS__)
+    // Every block goes back by itself there, so that the moment between the two is seen.
+    expected.insert(expected.begin() + 1, {false, true, true});
+#endif
     EXPECT_EQ(momentsOfTheEnd(), expected);
 }
 
