@@ -86,9 +86,8 @@ bool addBarely(const std::string& path, key_serial_t ring) {
 } // namespace Vestrel::Bench
 
 // Answers for the library of the same function: its name for the ring leads to the plain one.
-extern "C" VESTREL_EXPORT key_serial_t find_key_by_type_and_desc(const char* type,
-                                                                 const char* description,
-                                                                 key_serial_t destination) {
+extern "C" VESTREL_EXPORT key_serial_t find_key_by_type_and_desc(const char* type, const char* desc,
+                                                                 key_serial_t destringid) {
     using namespace Vestrel::Bench;
     if (plainRing != 0 && std::strcmp(desc, imaName) == 0) {
         return plainRing;
