@@ -27,7 +27,7 @@ String::Block* String::Block::make(std::string_view text) {
     return block;
 }
 
-void String::Block::free(Block* block) noexcept {
+void String::Block::release(Block* block) noexcept {
     const std::size_t bytes = sizeof(Block) + block->size + 1;
     block->~Block();
     Pelbin::deallocate(account(), block, bytes, alignof(Block));

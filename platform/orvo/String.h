@@ -50,7 +50,7 @@ public:
 
     ~String() {
         if (block_ != nullptr && block_->count.decrement() == 0) {
-            Block::free(block_); // NOLINT(clang-analyzer-unix.Malloc): not that of the C library
+            Block::release(block_);
         }
     }
 
@@ -88,7 +88,7 @@ private:
         std::size_t size;
 
         static Block* make(std::string_view text);
-        static void free(Block* block) noexcept;
+        static void release(Block* block) noexcept;
 
         char* text() noexcept { return reinterpret_cast<char*>(this + 1); }
     };
