@@ -7,11 +7,13 @@
 #include "keyring/IntegrityKeyringSm.h"
 #include "platform/zell/ActivityManager.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 namespace Vestrel::Bench {
 
@@ -116,7 +118,8 @@ void measureLatency(Report& report, Certificates& certificates, unsigned changeC
 }
 
 void measureBurst(Report& report, Certificates& certificates, std::size_t count) {
-    report.title("burst of " + std::to_string(count) + " files");
+    const std::string burst = "burst of " + std::to_string(count);
+    report.title(burst + " files");
     certificates.write(imaDirectory, 0);
     certificates.write(elsewhere, count);
     const key_serial_t ring = freshRing();
@@ -127,9 +130,21 @@ void measureBurst(Report& report, Certificates& certificates, std::size_t count)
     }
     const double sent = clock.microseconds();
     awaitKeys(ring, count); // one lost event, and this is never reached
-    report.figure("burst: moved in", sent / static_cast<double>(count), "us a file");
-    report.figure("burst: all in the keyring", clock.microseconds() / static_cast<double>(count),
+    report.figure(burst + ": moved in", sent / static_cast<double>(count), "us a file");
+    report.figure(burst + ": all in the keyring", clock.microseconds() / static_cast<double>(count),
                   "us a file");
+}
+
+void measureRest(Report& report, Certificates& certificates, std::size_t count) {
+    report.title("a minute at rest with " + std::to_string(count) + " keys");
+    certificates.write(imaDirectory, count);
+    const Follower follower(Follower::Kind::stateMachine, freshRing());
+    const double wakeUps = follower.process().wakeUps();
+    const double spent = follower.process().processorNanoseconds();
+    std::this_thread::sleep_for(std::chrono::minutes(1));
+    report.figure("rest: wake-ups", follower.process().wakeUps() - wakeUps, "in a minute");
+    report.figure("rest: processor time", follower.process().processorNanoseconds() - spent,
+                  "ns in a minute");
 }
 
 void measureMemory(Report& report, Certificates& certificates, std::size_t count) {

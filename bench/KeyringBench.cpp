@@ -19,8 +19,8 @@ namespace {
 using namespace Vestrel;
 
 // In the order in which they are measured.
-const std::vector<std::string> allParts{"start-up", "tools", "change",
-                                        "latency",  "burst", "memory"};
+const std::vector<std::string> allParts{"start-up", "tools",  "change", "latency",
+                                        "burst",    "memory", "rest"};
 
 struct Options {
     unsigned rounds = 9;
@@ -61,9 +61,13 @@ void measure(const std::string& part, Bench::Report& report, Bench::Certificates
     } else if (part == "latency") {
         Bench::measureLatency(report, certificates, 200);
     } else if (part == "burst") {
-        Bench::measureBurst(report, certificates, 2 * options.most);
+        for (const std::size_t count : {many / 5, many, 2 * options.most}) {
+            Bench::measureBurst(report, certificates, count);
+        }
     } else if (part == "memory") {
         Bench::measureMemory(report, certificates, many);
+    } else if (part == "rest") {
+        Bench::measureRest(report, certificates, many);
     }
 }
 

@@ -33,6 +33,9 @@ void measureLatency(Report& report, Certificates& certificates, unsigned changeC
 // Files renamed into the directory as fast as they can be, all of which are to be loaded.
 void measureBurst(Report& report, Certificates& certificates, std::size_t count);
 
+// Wake-ups and processor time of a process that follows so many certificates while nothing happens.
+void measureRest(Report& report, Certificates& certificates, std::size_t count);
+
 // Resident memory of a process that follows so many certificates.
 void measureMemory(Report& report, Certificates& certificates, std::size_t count);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrel-bench-log [--rounds N] [--tilings N] [--json FILE]: what a kernel line costs on its way
 // from the socket to the log, and what the worst lines cost. Needs root.
+#include "bench/LineCost.h"
 #include "bench/Peer.h"
 #include "bench/PrivateSystem.h"
 #include "bench/Report.h"
@@ -68,6 +69,8 @@ int main(int argc, char** argv) {
     Report report;
     compareRoads(report, options.rounds);
     measureSearches(report, options.tilings);
+    measureInstructions(report);
+    measureTraces(report, options.rounds);
     measurePeer(report, 100000, std::max(options.rounds / 3, 3U));
     if (!options.json.empty() && !report.write(options.json)) {
         std::fprintf(stderr, "cannot write %s\n", options.json.c_str());

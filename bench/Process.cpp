@@ -79,4 +79,8 @@ double Process::residentBytes() const {
     return std::strtod(statusLine(process_, "VmRSS:").c_str(), nullptr) * 1024;
 }
 
+double Process::wakeUps() const {
+    return std::strtod(statusLine(process_, "voluntary_ctxt_switches:").c_str(), nullptr);
+}
+
 } // namespace Vestrel::Bench

@@ -26,6 +26,9 @@ public:
 
     double residentBytes() const;
 
+    // How often it was given the processor after it had waited.
+    double wakeUps() const;
+
 private:
     pid_t process_;
 };

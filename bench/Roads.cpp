@@ -165,6 +165,24 @@ void compare(Report& report, const std::string& kind, const Lines& lines, Goals 
                    goals.overStandard);
 }
 
+// What a line costs in drains of several lengths.
+void measureDrains(Report& report, const std::string& kind, const Lines& lines) {
+    const auto sm = integritySyslogSmFactory();
+    Queue queue;
+    const QuietStderr quiet;
+    for (const std::size_t length : {1U, 10U, 100U, 500U}) {
+        std::vector<double> nanoseconds;
+        for (unsigned drain = 0; drain < 200; ++drain) {
+            const std::size_t queued = queue.fill(lines, length);
+            const double start = processorNanoseconds();
+            sm->handleLog();
+            nanoseconds.push_back((processorNanoseconds() - start) / static_cast<double>(queued));
+        }
+        report.figure(kind + ", drain of " + std::to_string(length) + ": state machine",
+                      spreadOf(nanoseconds), "ns a line");
+    }
+}
+
 } // namespace
 
 void compareRoads(Report& report, unsigned rounds) {
@@ -174,6 +192,9 @@ void compareRoads(Report& report, unsigned rounds) {
     compare(report, "records, default limit", linesOf(Kind::record), {0.5, 3.5}, rounds);
     Zell::LogFacility::defaultLimitIs({std::numeric_limits<unsigned>::max(), {}});
     compare(report, "records, all written", linesOf(Kind::record), {0.5, 3.5}, rounds);
+    report.title("drains of several lengths");
+    measureDrains(report, "kernel lines", linesOf(Kind::other));
+    measureDrains(report, "records", linesOf(Kind::record));
 }
 
 } // namespace Vestrel::Bench

@@ -9,6 +9,7 @@
 #include "platform/zell/ByteRuns.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 namespace Vestrel {
@@ -44,6 +45,30 @@ using Phrase = char[Size];
 template <std::size_t Size>
 constexpr std::size_t length = Size - 1; // without the terminating NUL
 
+template <class Integer>
+Integer loaded(const char* bytes) {
+    Integer integer; // NOLINT: filled by memcpy()
+    std::memcpy(&integer, bytes, sizeof(Integer));
+    return integer;
+}
+
+// Whether so many bytes are the same: compared as integers, of which the last two may overlap.
+template <std::size_t Size>
+bool same(const char* a, const char* b) {
+    using Half = std::uint32_t;
+    using Whole = std::uint64_t;
+    if constexpr (Size > sizeof(Whole)) {
+        return loaded<Whole>(a) == loaded<Whole>(b) &&
+               same<Size - sizeof(Whole)>(a + sizeof(Whole), b + sizeof(Whole));
+    } else if constexpr (Size >= sizeof(Half)) {
+        constexpr std::size_t last = Size - sizeof(Half);
+        return loaded<Half>(a) == loaded<Half>(b) &&
+               loaded<Half>(a + last) == loaded<Half>(b + last);
+    } else {
+        return std::equal(a, a + Size, b);
+    }
+}
+
 // Eats from the end of a text towards its front.
 class BackwardEater {
 public:
@@ -54,7 +79,8 @@ public:
     // A phrase that begins with a blank takes all the blanks there are.
     template <std::size_t Size>
     bool phrase(const Phrase<Size>& expected) {
-        if (rest_.ends_with(Text(expected, length<Size>))) {
+        if (rest_.size() >= length<Size> &&
+            same<length<Size>>(rest_.data() + rest_.size() - length<Size>, expected)) {
             rest_.remove_suffix(length<Size>);
             if (expected[0] == ' ') {
                 blanks();
@@ -117,7 +143,7 @@ public:
 
     template <std::size_t Size>
     bool phrase(const Phrase<Size>& expected) {
-        if (rest_.starts_with(Text(expected, length<Size>))) {
+        if (rest_.size() >= length<Size> && same<length<Size>>(rest_.data(), expected)) {
             rest_.remove_prefix(length<Size>);
             return true;
         }

@@ -7,8 +7,6 @@
 #include "syslog/IntegritySyslogSm.h"
 #include "syslog/KernelMessageCounters.h"
 
-#include <string>
-
 namespace Vestrel {
 
 namespace {
@@ -29,10 +27,8 @@ void IntegritySyslogSm::processKernelMsg(const Orvo::String& message) {
         return;
     }
     ++KernelMessageCounters::counters().matches;
-    const std::string cause((*groups)[causeGroup]);
-    const std::string file((*groups)[fileGroup]);
-    const std::string command((*groups)[commandGroup]);
-    log(logHandles.VESTREL_INTEGRITY, auditType, cause, file, command);
+    log(logHandles.VESTREL_INTEGRITY, auditType, (*groups)[causeGroup], (*groups)[fileGroup],
+        (*groups)[commandGroup]);
 }
 
 } // namespace Vestrel

@@ -49,12 +49,18 @@ void write(const Zell::TraceHandle& handle, int level, const Operation& operatio
 
 // Traces the values in the name of an operation, where the scope has a `traceHandle()`. The values
 // are not evaluated unless the level is enabled.
+#if defined(VESTREL_WITHOUT_TRACES) // a bench measures what traces cost that are off
+#define DUOLOG_IN(operation, level, ...)                                                           \
+    do {                                                                                           \
+    } while (false)
+#else
 #define DUOLOG_IN(operation, level, ...)                                                           \
     do {                                                                                           \
         if (const Zell::TraceHandle& duologHandle = traceHandle(); duologHandle.enabled(level)) {  \
             Duolog::write(duologHandle, (level), (operation), __VA_ARGS__);                        \
         }                                                                                          \
     } while (false)
+#endif
 
 // Traces the values in the name of the function that it stands in.
 #define DUOLOG(level, ...) DUOLOG_IN(DUOLOG_OPERATION, level, __VA_ARGS__)

@@ -8,11 +8,6 @@
 
 namespace Orvo {
 
-void RegexGroups::resize(std::size_t size) {
-    ZELL_ASSERT("Regex", size <= maxGroups);
-    size_ = size;
-}
-
 Regex::Regex(const String& pattern, std::shared_ptr<const std::regex> program,
              Matcher matcher) noexcept
     : pattern_(pattern), program_(std::move(program)), matcher_(matcher) {}

@@ -4,6 +4,7 @@
 
 #include "platform/Export.h"
 #include "platform/orvo/String.h"
+#include "platform/zell/Assertion.h"
 
 #include <algorithm>
 #include <array>
@@ -33,7 +34,10 @@ public:
     std::size_t size() const noexcept { return size_; }
 
     // More than maxGroups is the fatal assertion "size <= maxGroups".
-    void resize(std::size_t size);
+    void resize(std::size_t size) {
+        ZELL_ASSERT("Regex", size <= maxGroups);
+        size_ = size;
+    }
 
     std::string_view& operator[](std::size_t group) noexcept { return texts_[group]; }
 

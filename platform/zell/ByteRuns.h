@@ -57,19 +57,78 @@ struct NoLineEnds {
 };
 
 struct NoControls {
-    static constexpr Word ends(Word word) { return below(word, ' ') | equal(word, 0x7f); }
+    // Of the low seven bits, the first sum reaches 0x80 from ' ' on, the second for 0x7f only.
+    static constexpr Word ends(Word word) {
+        const Word low = word & ~marks;
+        return (~(low + every(0x80 - ' ')) | (low + every(1))) & ~word & marks;
+    }
 };
 
 namespace Impl {
 
-// Up to eight bytes, the rest zero.
-inline Word load(const char* bytes, std::size_t size) {
+constexpr Word lowestFirst(Word word) {
+    return std::endian::native == std::endian::big ? __builtin_bswap64(word) : word;
+}
+
+inline Word load(const char* bytes) {
+    Word word; // NOLINT: filled by memcpy()
+    std::memcpy(&word, bytes, wordSize);
+    return lowestFirst(word);
+}
+
+// Fewer than eight bytes, zeros behind them. Rarely needed, and kept out of what is.
+[[gnu::noinline]] inline Word loadFew(std::string_view text) {
     Word word = 0;
-    std::memcpy(&word, bytes, size);
-    if constexpr (std::endian::native == std::endian::big) {
-        word = __builtin_bswap64(word);
+    std::memcpy(&word, text.data(), text.size());
+    return lowestFirst(word);
+}
+
+// The last bytes of a text, one to seven of them, zeros behind them.
+inline Word loadLast(std::string_view text, std::size_t count) {
+    return text.size() < wordSize
+               ? loadFew(text.substr(text.size() - count))
+               : load(text.data() + text.size() - wordSize) >> (8 * (wordSize - count));
+}
+
+// The first bytes of a text, one to seven of them, zeros before them.
+inline Word loadFirst(std::string_view text, std::size_t count) {
+    const Word word = text.size() < wordSize ? loadFew(text.substr(0, count)) : load(text.data());
+    return word << (8 * (wordSize - count));
+}
+
+// How many bytes of a word, from the lowest or from the highest, are before a mark.
+inline std::size_t lowestBefore(Word ends) {
+    return static_cast<std::size_t>(std::countr_zero(ends)) / 8;
+}
+
+inline std::size_t highestBefore(Word ends) {
+    return static_cast<std::size_t>(std::countl_zero(ends)) / 8;
+}
+
+template <class Kind>
+[[gnu::noinline]] std::size_t longLeading(std::string_view text) {
+    std::size_t length = 0;
+    for (; text.size() - length >= wordSize; length += wordSize) {
+        if (const Word ends = Kind::ends(load(text.data() + length)); ends != 0) {
+            return length + lowestBefore(ends);
+        }
     }
-    return word;
+    const std::size_t rest = text.size() - length;
+    return rest == 0 ? length
+                     : length + std::min(rest, lowestBefore(Kind::ends(loadLast(text, rest))));
+}
+
+template <class Kind>
+[[gnu::noinline]] std::size_t longTrailing(std::string_view text) {
+    std::size_t rest = text.size();
+    for (; rest >= wordSize; rest -= wordSize) {
+        if (const Word ends = Kind::ends(load(text.data() + rest - wordSize)); ends != 0) {
+            return text.size() - rest + highestBefore(ends);
+        }
+    }
+    const std::size_t length = text.size() - rest;
+    return rest == 0 ? length
+                     : length + std::min(rest, highestBefore(Kind::ends(loadFirst(text, rest))));
 }
 
 } // namespace Impl
@@ -77,33 +136,24 @@ inline Word load(const char* bytes, std::size_t size) {
 // The length of the run that the text begins with.
 template <class Kind>
 std::size_t leading(std::string_view text) {
-    std::size_t length = 0;
-    for (; text.size() - length >= wordSize; length += wordSize) {
-        if (const Word ends = Kind::ends(Impl::load(text.data() + length, wordSize)); ends != 0) {
-            return length + static_cast<std::size_t>(std::countr_zero(ends)) / 8;
+    if (text.size() >= wordSize) {
+        if (const Word ends = Kind::ends(Impl::load(text.data())); ends != 0) {
+            return Impl::lowestBefore(ends);
         }
     }
-    const std::size_t rest = text.size() - length;
-    const Word ends = Kind::ends(Impl::load(text.data() + length, rest));
-    return length + std::min(rest, static_cast<std::size_t>(std::countr_zero(ends)) / 8);
+    return Impl::longLeading<Kind>(text);
 }
 
 // The length of the run that the text ends with.
 template <class Kind>
 std::size_t trailing(std::string_view text) {
-    std::size_t rest = text.size();
-    for (; rest >= wordSize; rest -= wordSize) {
-        const Word ends = Kind::ends(Impl::load(text.data() + rest - wordSize, wordSize));
+    if (text.size() >= wordSize) {
+        const Word ends = Kind::ends(Impl::load(text.data() + text.size() - wordSize));
         if (ends != 0) {
-            return text.size() - rest + static_cast<std::size_t>(std::countl_zero(ends)) / 8;
+            return Impl::highestBefore(ends);
         }
     }
-    if (rest == 0) {
-        return text.size();
-    }
-    const Word last = Impl::load(text.data(), rest) << (8 * (wordSize - rest));
-    const auto length = static_cast<std::size_t>(std::countl_zero(Kind::ends(last))) / 8;
-    return text.size() - rest + std::min(rest, length);
+    return Impl::longTrailing<Kind>(text);
 }
 
 } // namespace Zell::ByteRuns

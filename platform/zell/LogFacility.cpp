@@ -13,12 +13,15 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace Zell {
 
 namespace {
 
-constexpr std::size_t mostTextKept = 64 << 10; // in bytes, of memory for the next message
+constexpr std::size_t mostKept = 64 << 10; // in bytes, of memory for the next message
+constexpr std::string_view nameEnd = ": ";
+constexpr std::string_view lineEnd = "\n";
 
 // The monotonic clock at its last tick: some milliseconds are nothing to limits over seconds, and
 // reading it costs a fifth.
@@ -36,7 +39,7 @@ struct State {
     LogSink sink = journalOrSyslogSink();
     std::uint64_t messages = 0;
     std::uint64_t suppressed = 0;
-    std::string text;          // of the message being raised; kept for its memory
+    std::vector<char> line;    // of the last message; kept for its memory
     std::weak_ptr<bool> timer; // alive while the event loop will report by itself
 };
 
@@ -46,8 +49,7 @@ State& state() {
     return *mine;
 }
 
-BucketRule ruleOf(const LogHandle& handle) {
-    LogLimit limit = state().defaultLimit;
+BucketRule ruleOf(const LogHandle& handle, LogLimit limit) {
     if (!handle.interval().isZero()) {
         limit.interval = handle.interval();
     }
@@ -64,35 +66,67 @@ std::string_view plainPart(std::string_view& format) {
     return plain;
 }
 
-void appendFormatted(std::string& text, std::string_view format,
-                     std::span<const Orvo::String> arguments) {
+// What the text of a message takes at most.
+std::size_t longestText(std::string_view format, std::span<const Orvo::String> arguments) {
     std::size_t size = format.size();
     for (const Orvo::String& argument : arguments) {
         size += argument.size();
     }
-    text.reserve(text.size() + size);
+    return size;
+}
+
+// Returns the place behind it.
+char* put(char* place, std::string_view piece) {
+    return place + piece.copy(place, piece.size());
+}
+
+// There is room for longestText(); returns the place behind the text.
+char* putFormatted(char* place, std::string_view format, std::span<const Orvo::String> arguments) {
     std::size_t next = 0;
-    for (text += plainPart(format); !format.empty(); text += plainPart(format)) {
+    for (place = put(place, plainPart(format)); !format.empty();
+         place = put(place, plainPart(format))) {
         if (format.starts_with("%s")) {
-            text += next < arguments.size() ? arguments[next].view() : std::string_view();
+            place =
+                put(place, next < arguments.size() ? arguments[next].view() : std::string_view());
             ++next;
             format.remove_prefix(2);
         } else {
-            text += '%';
+            place = put(place, "%");
             format.remove_prefix(format.starts_with("%%") ? 2 : 1);
         }
     }
+    return place;
 }
 
-void deliver(const LogMessage& message) {
-    if (state().sink) {
-        state().sink(message);
+// The line of a message, in memory that may hold an earlier one.
+std::string_view lineIn(std::vector<char>& memory, const LogDescriptor& descriptor,
+                        std::span<const Orvo::String> arguments) {
+    const std::string_view name = descriptor.name;
+    const std::string_view format = descriptor.format;
+    const std::size_t longest =
+        name.size() + nameEnd.size() + longestText(format, arguments) + lineEnd.size();
+    if (memory.size() < longest) {
+        memory.resize(longest);
+    }
+    char* place = put(memory.data(), name);
+    place = put(place, nameEnd);
+    place = putFormatted(place, format, arguments);
+    place = put(place, lineEnd);
+    return {memory.data(), place};
+}
+
+void deliver(const State& state, const LogMessage& message) {
+    if (state.sink) {
+        state.sink(message);
     }
 }
 
 void report(const LogDescriptor& descriptor, std::uint64_t count) {
-    const std::string text = std::to_string(count) + " messages suppressed";
-    deliver({descriptor, {}, text});
+    std::string line = descriptor.name;
+    line += nameEnd;
+    line += std::to_string(count) + " messages suppressed";
+    line += lineEnd;
+    deliver(state(), {descriptor, {}, line});
 }
 
 void report(const RateLimiter::Report& due) {
@@ -173,7 +207,8 @@ void LogFacility::reportSuppressed(bool all) {
 
 bool LogFacility::okToLog(const LogHandle& handle, unsigned hash) {
     State& mine = state();
-    const bool allowed = mine.limiter.allowed(hash, ruleOf(handle), mine.clock());
+    const bool allowed =
+        mine.limiter.allowed(hash, ruleOf(handle, mine.defaultLimit), mine.clock());
     if (const auto evicted = mine.limiter.takeEvicted()) {
         report(*evicted);
     }
@@ -192,18 +227,22 @@ void LogFacility::log(const LogDescriptor& descriptor, std::span<const Orvo::Str
     State& mine = state();
     ++mine.messages;
     // Taken out meanwhile, since a sink may raise a message itself.
-    std::string text = std::exchange(mine.text, std::string());
-    text.clear();
-    appendFormatted(text, descriptor.format, arguments);
-    deliver({descriptor, arguments, text});
-    if (text.capacity() <= mostTextKept) {
-        mine.text = std::move(text);
+    std::vector<char> memory = std::exchange(mine.line, {});
+    deliver(mine, {descriptor, arguments, lineIn(memory, descriptor, arguments)});
+    if (memory.size() <= mostKept) {
+        mine.line = std::move(memory);
     }
 }
 
+std::string_view LogMessage::text() const noexcept {
+    const std::size_t before = std::string_view(descriptor.name).size() + nameEnd.size();
+    return line.substr(before, line.size() - before - lineEnd.size());
+}
+
 std::string formatted(const char* format, std::span<const Orvo::String> arguments) {
-    std::string text;
-    appendFormatted(text, format, arguments);
+    std::string text(longestText(format, arguments), '\0');
+    text.resize(
+        static_cast<std::size_t>(putFormatted(text.data(), format, arguments) - text.data()));
     return text;
 }
 

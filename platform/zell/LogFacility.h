@@ -11,19 +11,23 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace Zell {
 
 class LogHandle;
 class TypeData;
 
-struct LogMessage {
+struct VESTREL_EXPORT LogMessage {
     const LogDescriptor& descriptor;
     std::span<const Orvo::String> arguments; // empty in a report of suppressed messages
-    const std::string& text;                 // formatted, without the name
+    std::string_view line;                   // the name, ": ", the text and a line end
+
+    // Formatted, without the name.
+    std::string_view text() const noexcept;
 };
 
-// The references of a message are valid during the call.
+// What a message refers to is valid during the call.
 using LogSink = std::function<void(const LogMessage& message)>;
 
 using LogClock = std::function<std::chrono::steady_clock::time_point()>;

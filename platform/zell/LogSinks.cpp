@@ -24,6 +24,10 @@ constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr const char* journalSocket = "/run/systemd/journal/socket";
 constexpr const char* syslogSocket = "/dev/log";
 
+std::string_view withoutEnd(std::string_view line) {
+    return line.substr(0, line.size() - 1);
+}
+
 bool exists(const char* path) {
     return access(path, F_OK) == 0;
 }
@@ -61,22 +65,22 @@ void toSyslog(const LogMessage& message) {
     syslog(LOG_DAEMON | message.descriptor.severity, "%s", logLine(message).c_str());
 }
 
-void toStderr(const LogMessage& message) {
-    std::string line = logLine(message);
-    line += '\n';
+void lineToStderr(std::string_view line) {
     [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
+}
+
+void toStderr(const LogMessage& message) {
+    if (isOneLine(withoutEnd(message.line))) {
+        lineToStderr(message.line);
+    } else {
+        lineToStderr(logLine(message) + '\n');
+    }
 }
 
 } // namespace
 
 std::string logLine(const LogMessage& message) {
-    const std::string_view name(message.descriptor.name);
-    std::string line;
-    line.reserve(name.size() + 2 + message.text.size() + 1); // and a line end
-    line += name;
-    line += ": ";
-    appendOneLine(line, message.text);
-    return line;
+    return oneLine(withoutEnd(message.line));
 }
 
 std::string messageId(std::string_view name) {

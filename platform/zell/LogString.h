@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <span>
+#include <utility>
 
 namespace Zell {
 
@@ -24,6 +25,11 @@ public:
     void strIs(unsigned index, const Orvo::String& text) {
         ZELL_ASSERT("LogString", index < maxArguments);
         texts_[index] = text;
+    }
+
+    void strIs(unsigned index, Orvo::String&& text) {
+        ZELL_ASSERT("LogString", index < maxArguments);
+        texts_[index] = std::move(text);
     }
 
     const Orvo::String& str(unsigned index) const {

@@ -4,6 +4,8 @@
 
 #include "platform/zell/ByteRuns.h"
 
+#include <array>
+#include <bit>
 #include <string>
 #include <string_view>
 
@@ -23,6 +25,21 @@ inline void appendOneLine(std::string& line, std::string_view text) {
             text.remove_prefix(1);
         }
     }
+}
+
+// Whether the text would be appended as it is. Sixteen bytes at a time, of which compilers make a
+// step each.
+inline bool isOneLine(std::string_view text) {
+    using Halves = std::array<ByteRuns::Word, 2>;
+    std::array<unsigned char, sizeof(Halves)> controls{};
+    for (; text.size() >= controls.size(); text.remove_prefix(controls.size())) {
+        for (std::size_t i = 0; i < controls.size(); ++i) {
+            const auto byte = static_cast<unsigned char>(text[i]);
+            controls[i] |= static_cast<unsigned char>(byte < ' ' || byte == 0x7f);
+        }
+    }
+    return std::bit_cast<Halves>(controls) == Halves{} &&
+           ByteRuns::leading<ByteRuns::NoControls>(text) == text.size();
 }
 
 inline std::string oneLine(std::string_view text) {

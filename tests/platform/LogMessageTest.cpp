@@ -153,7 +153,7 @@ TEST_F(LogDelivery, HandsRecordArgumentsAndTextToTheSink) {
     std::vector<std::string> seen;
     Zell::LogFacility::sinkIs([&](const Zell::LogMessage& message) {
         EXPECT_EQ(&message.descriptor, &firstRecord);
-        seen = {message.text};
+        seen = {std::string(message.text())};
         for (const Orvo::String& argument : message.arguments) {
             seen.emplace_back(argument.view());
         }
@@ -162,6 +162,16 @@ TEST_F(LogDelivery, HandsRecordArgumentsAndTextToTheSink) {
     handle(firstRecord).log(logString({"one", "two", "three"}));
     EXPECT_EQ(seen, (Messages{"one two", "one", "two", "three"}));
     EXPECT_EQ(Zell::LogFacility::messages(), before + 1);
+}
+
+TEST_F(LogDelivery, KeepsNothingOfAnEarlierMessage) {
+    auto mine = handle(firstRecord);
+    const std::string longest(100000, 'l'); // more than is kept for the next message
+    for (const std::string& text :
+         {std::string("a longer text"), std::string("short"), longest, std::string()}) {
+        mine.log(logString({text, "end"}));
+        EXPECT_EQ(messages.back(), "FIRST: " + text + " end");
+    }
 }
 
 TEST_F(LogDelivery, DropsMessagesWithoutASink) {

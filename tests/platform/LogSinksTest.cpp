@@ -105,14 +105,14 @@ std::multimap<std::string, std::string> fieldsOf(std::string_view entry) {
 class LogSinks : public testing::Test {
 protected:
     const std::array<String, 2> arguments{String("/etc/keys/ima/a.der"), String("two\nlines")};
-    const std::string text = "file /etc/keys/ima/a.der, two\nlines";
-    const LogMessage message{firstRecord, arguments, text};
+    const LogMessage message{firstRecord, arguments,
+                             "FIRST: file /etc/keys/ima/a.der, two\nlines\n"};
     const std::string line = "FIRST: file /etc/keys/ima/a.der, two\\x0alines";
 };
 
 TEST_F(LogSinks, WriteOneLineOfNameAndText) {
     EXPECT_EQ(Zell::logLine(message), line);
-    const std::string odd = "\x01\x1f \x7f\xc3\xa4\t"s + std::string(1, '\0') + "end";
+    const std::string odd = "SECOND: \x01\x1f \x7f\xc3\xa4\t"s + std::string(1, '\0') + "end\n";
     EXPECT_EQ(Zell::logLine({secondRecord, {}, odd}),
               "SECOND: \\x01\\x1f \\x7f\xc3\xa4\\x09\\x00end");
 }
@@ -157,6 +157,9 @@ TEST_F(LogSinks, WriteALineToStderr) {
     testing::internal::CaptureStderr();
     Zell::stderrSink()(message);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), line + "\n");
+    testing::internal::CaptureStderr();
+    Zell::stderrSink()({secondRecord, {}, "SECOND: as it is\n"});
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "SECOND: as it is\n");
 }
 
 TEST_F(LogSinks, PreferTheJournalWhereItRuns) {
