@@ -42,11 +42,16 @@ double timeOf(std::string_view line, unsigned repetitions) {
 double onDoubling(std::string_view half, std::string_view full) {
     double ofHalf = std::numeric_limits<double>::max();
     double ofFull = ofHalf;
-    for (unsigned turn = 0; turn < 50; ++turn) {
+    for (unsigned turn = 0; turn < 200; ++turn) {
         ofHalf = std::min(ofHalf, timeOf(half, 2));
         ofFull = std::min(ofFull, timeOf(full, 2));
     }
     return ofFull < shortestCompared ? 0 : ofFull / ofHalf;
+}
+
+bool matches(std::string_view line) {
+    Orvo::Regex::Groups groups;
+    return appraisalSearch(line, groups);
 }
 
 struct Worst {
@@ -122,11 +127,15 @@ void measureSearches(Report& report, std::size_t tilings) {
     double doubling = 0;
     for (const Tiling& each : worstTilings(tilings)) {
         time = std::max(time, timeOf(each.line(), 50));
-        doubling = std::max(doubling, onDoubling(each.half + each.tail, each.line()));
+        // A match ends the search, and may stand at the front of a line and not of the doubled one.
+        if (const std::string half = each.half + each.tail;
+            !matches(half) && !matches(each.line())) {
+            doubling = std::max(doubling, onDoubling(half, each.line()));
+        }
     }
     const std::string of = "search: worst of " + std::to_string(tilings) + " tilings";
     report.atMost(of, time, 100, "us");
-    report.atMost(of + ", doubling", doubling, 2.5, "times");
+    report.atMost(of + ", doubling one that does not match", doubling, 2.5, "times");
 }
 
 } // namespace Vestrel::Bench
