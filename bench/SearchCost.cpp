@@ -38,15 +38,14 @@ double timeOf(std::string_view line, unsigned repetitions) {
     return least;
 }
 
-// In turns, since the pace of a machine changes with what else runs on it.
+// The median of turns, since the pace of a machine changes with what else runs on it.
 double onDoubling(std::string_view half, std::string_view full) {
-    double ofHalf = std::numeric_limits<double>::max();
-    double ofFull = ofHalf;
+    std::vector<double> ratios;
     for (unsigned turn = 0; turn < 200; ++turn) {
-        ofHalf = std::min(ofHalf, timeOf(half, 2));
-        ofFull = std::min(ofFull, timeOf(full, 2));
+        const double ofHalf = timeOf(half, 2);
+        ratios.push_back(timeOf(full, 2) / ofHalf);
     }
-    return ofFull < shortestCompared ? 0 : ofFull / ofHalf;
+    return timeOf(full, 50) < shortestCompared ? 0 : spreadOf(ratios).median;
 }
 
 bool matches(std::string_view line) {
