@@ -167,10 +167,18 @@ TEST_F(AgentVerbs, TraceShowsTheEventsOfTheAgent) {
 }
 
 TEST_F(AgentVerbs, TraceFollowsInLinesOfJson) {
-    const AgentProcess agent({.arguments = {"--trace", "5"}});
+    AgentProcess agent({.arguments = {"--trace", "5"}});
     ready(agent);
-    const Ended first = shell(VESTREL_CTL " trace --follow --json | head -n 1");
-    EXPECT_FALSE(nlohmann::json::parse(first.output)["trace"].empty());
+    std::FILE* const follower = popen(VESTREL_CTL " trace --follow --json 2>/dev/null", "re");
+    ASSERT_NE(follower, nullptr);
+    std::string line;
+    for (int c = std::fgetc(follower); c != EOF && c != '\n'; c = std::fgetc(follower)) {
+        line += static_cast<char>(c);
+    }
+    EXPECT_FALSE(nlohmann::json::parse(line)["trace"].empty());
+    agent.signal(SIGTERM);
+    EXPECT_EQ(agent.wait(), 0);
+    pclose(follower);
 }
 
 TEST_F(AgentVerbs, TraceFollowsUntilTheAgentEnds) {
