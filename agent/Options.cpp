@@ -42,7 +42,7 @@ std::optional<AgentOptions> agentOptions(int argc, char** argv, int& status) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& end) {
         status = app.exit(end) == 0 ? ended : wrongUsage;
-        if (!std::cout.flush()) {
+        if (status == ended && !std::cout.flush()) {
             std::fputs("vestrel-agent: the text could not be written\n", stderr);
             status = failed;
         }
