@@ -2,9 +2,9 @@
 // Life of the host process.
 #include "agent/Agent.h"
 
-#include "agent/AgentMessages.h"
 #include "agent/Directories.h"
 #include "agent/Sinks.h"
+#include "logmsg/AgentMessages.h"
 #include "logmsg/LogCall.h"
 #include "platform/zell/LogFacility.h"
 

@@ -2,9 +2,9 @@
 // From a refusal to its explanation.
 #include "agent/LoadFailures.h"
 
-#include "agent/AgentMessages.h"
 #include "diagnosis/Diagnosis.h"
 #include "keyring/IntegrityKeyringSm.h"
+#include "logmsg/AgentMessages.h"
 #include "logmsg/LogCall.h"
 
 #include <ctime>

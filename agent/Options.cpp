@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdio>
+#include <iostream>
 #include <map>
 
 namespace Vestrel {
@@ -40,6 +42,10 @@ std::optional<AgentOptions> agentOptions(int argc, char** argv, int& status) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& end) {
         status = app.exit(end) == 0 ? ended : wrongUsage;
+        if (status == ended && !std::cout.flush()) {
+            std::fputs("vestrel-agent: the text could not be written\n", stderr);
+            status = failed;
+        }
         return std::nullopt;
     }
     options.log = logTargets.at(log);

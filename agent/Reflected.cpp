@@ -4,8 +4,6 @@
 
 #include "platform/orvo/Value.h"
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <variant>
 
@@ -23,7 +21,7 @@ public:
 
     Json operator()(std::int64_t value) const { return value; }
 
-    Json operator()(const Orvo::String& text) const { return asUtf8(text.view()); }
+    Json operator()(const Orvo::String& text) const { return text.view(); }
 
     Json operator()(const Orvo::Ptr<Orvo::Node>& node) const {
         if (!node) {
@@ -44,54 +42,9 @@ private:
 Json collected(const Zell::CollectionData& collection, const void* object, unsigned depth) {
     Json members = Json::object();
     collection.forEach(object, [&](const Orvo::String& key, const Orvo::Value& value) {
-        members.emplace(asUtf8(key.view()), std::visit(Walk(depth), value));
+        members.emplace(key.view(), std::visit(Walk(depth), value));
     });
     return members;
-}
-
-// A code point's first byte, and what its second byte may be.
-struct Lead {
-    unsigned char from;
-    unsigned char to;
-    unsigned char secondFrom;
-    unsigned char secondTo;
-    std::size_t size;
-};
-
-constexpr std::array<Lead, 8> leads{{{0xc2, 0xdf, 0x80, 0xbf, 2},
-                                     {0xe0, 0xe0, 0xa0, 0xbf, 3},
-                                     {0xe1, 0xec, 0x80, 0xbf, 3},
-                                     {0xed, 0xed, 0x80, 0x9f, 3},
-                                     {0xee, 0xef, 0x80, 0xbf, 3},
-                                     {0xf0, 0xf0, 0x90, 0xbf, 4},
-                                     {0xf1, 0xf3, 0x80, 0xbf, 4},
-                                     {0xf4, 0xf4, 0x80, 0x8f, 4}}};
-
-bool isWithin(char c, unsigned char from, unsigned char to) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte >= from && byte <= to;
-}
-
-// How many bytes at the beginning of the text are one code point; 0 when they are none.
-std::size_t codePointSize(std::string_view text) {
-    if (isWithin(text[0], 0, 0x7f)) {
-        return 1;
-    }
-    for (const Lead& lead : leads) {
-        if (!isWithin(text[0], lead.from, lead.to)) {
-            continue;
-        }
-        if (text.size() < lead.size || !isWithin(text[1], lead.secondFrom, lead.secondTo)) {
-            return 0;
-        }
-        for (std::size_t i = 2; i < lead.size; ++i) {
-            if (!isWithin(text[i], 0x80, 0xbf)) {
-                return 0;
-            }
-        }
-        return lead.size;
-    }
-    return 0;
 }
 
 } // namespace
@@ -109,23 +62,6 @@ Json reflected(const Zell::TypeData& type, const void* object, unsigned depth) {
 
 Json reflected(const Orvo::Node& node, unsigned depth) {
     return reflected(node.typeData(), dynamic_cast<const void*>(&node), depth);
-}
-
-std::string asUtf8(std::string_view text) {
-    constexpr std::string_view hexDigits = "0123456789abcdef";
-    std::string result;
-    result.reserve(text.size());
-    while (!text.empty()) {
-        const std::size_t size = codePointSize(text);
-        if (size == 0) {
-            const auto byte = static_cast<unsigned char>(text[0]);
-            result += {'\\', 'x', hexDigits[byte >> 4U], hexDigits[byte & 0xfU]};
-        } else {
-            result += text.substr(0, size);
-        }
-        text.remove_prefix(size == 0 ? 1 : size);
-    }
-    return result;
 }
 
 } // namespace Vestrel

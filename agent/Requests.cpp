@@ -42,10 +42,6 @@ Json failed(const RequestError& error) {
     return reply;
 }
 
-std::string dumped(const Json& reply) {
-    return reply.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
 // Only these parameters may be there.
 void onlyAllowed(const Json& parameters, std::initializer_list<std::string_view> names) {
     for (const auto& [name, value] : parameters.items()) {
@@ -78,15 +74,10 @@ std::uint64_t sequenceOf(const Json& parameters) {
     return after->get<std::uint64_t>();
 }
 
-// Whoever copies or frees a value goes down its levels on the stack, so that there must be few.
 Json parsed(std::string_view request) {
-    bool tooDeep = false;
-    const auto keep = [&](int depth, Json::parse_event_t /*event*/, const Json& /*value*/) {
-        tooDeep = tooDeep || depth > mostLevels;
-        return !tooDeep;
-    };
-    Json value = Json::parse(request, keep, false);
-    if (tooDeep) {
+    bool isTooDeep = false;
+    Json value = jsonValue(request, mostLevels, isTooDeep);
+    if (isTooDeep) {
         throw RequestError{"InvalidRequest",
                            {{"reason", "nested too deeply"}, {"limit", mostLevels}}};
     }
@@ -99,18 +90,18 @@ Requests::Requests(Host host)
     : host_(std::move(host)), startTime_(Zell::utcText(std::chrono::system_clock::now())) {}
 
 std::string Requests::tooLong(std::size_t limit) {
-    return dumped(failed({"LineTooLong", {{"limit", limit}}}));
+    return jsonText(failed({"LineTooLong", {{"limit", limit}}}));
 }
 
 std::string Requests::answer(std::string_view request) const {
     try {
-        std::string reply = dumped(succeeded(perform(parsed(request))));
+        std::string reply = jsonText(succeeded(perform(parsed(request))));
         if (reply.size() > maxReply) {
             throw RequestError{"ReplyTooLarge", {{"limit", maxReply}}};
         }
         return reply;
     } catch (const RequestError& error) {
-        return dumped(failed(error));
+        return jsonText(failed(error));
     }
 }
 
@@ -170,7 +161,7 @@ Json Requests::keyrings(const Json& parameters) const {
 Json Requests::resync() const {
     Json differed = Json::array();
     for (const std::string& difference : host_.resync()) {
-        differed.push_back(asUtf8(difference));
+        differed.push_back(difference);
     }
     Json result = Json::object();
     result["differences"] = std::move(differed);

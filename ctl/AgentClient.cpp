@@ -17,7 +17,8 @@ namespace Vestrel {
 namespace {
 
 constexpr time_t patienceSeconds = 10;
-constexpr std::size_t maxAnswer = std::size_t{16} * 1024 * 1024; // far beyond what an agent sends
+constexpr int mostLevels = 16; // of an answer, far beyond what an agent sends
+constexpr std::size_t maxAnswer = std::size_t{16} * 1024 * 1024; // the same
 
 [[noreturn]] void fail(const std::string& what) {
     throw std::runtime_error("the agent does not answer: " + what);
@@ -49,14 +50,15 @@ Json AgentClient::ask(std::string_view method, const Json& parameters) {
     Json request = Json::object();
     request["method"] = method;
     request["parameters"] = parameters;
-    send(request.dump() + "\n");
-    Json answer = Json::parse(line(), nullptr, false);
+    send(jsonText(std::move(request)) + "\n");
+    bool isTooDeep = false;
+    Json answer = jsonValue(line(), mostLevels, isTooDeep);
     if (!answer.is_object() || !answer.contains("parameters")) {
         fail("not as agreed");
     }
     if (answer.contains("error")) {
         throw std::runtime_error("the agent refuses " + std::string(method) + ": " +
-                                 answer["error"].dump() + " " + answer["parameters"].dump());
+                                 jsonText(answer["error"]) + " " + jsonText(answer["parameters"]));
     }
     return answer["parameters"];
 }

@@ -24,6 +24,15 @@ ExitStatus perform(const Action& action, Output& output) {
     }
 }
 
+// Success with a result that nobody got is none.
+ExitStatus handedOn(ExitStatus status, Output& output) {
+    if (output.flush()) {
+        return status;
+    }
+    output.complaint("the result could not be written");
+    return ExitStatus::failed;
+}
+
 } // namespace
 
 int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
@@ -45,20 +54,17 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     addResync(app, action);
     addStatus(app, action);
     addTrace(app, action);
+    Output output(out, err);
+    ExitStatus status = ExitStatus::done;
     try {
         app.parse(argc, argv);
+        output.jsonIs(isJson);
+        status = perform(action, output);
     } catch (const CLI::ParseError& end) {
-        const bool isAnswer = app.exit(end, out, err) == 0;
-        return static_cast<int>(isAnswer ? ExitStatus::done : ExitStatus::wrongUsage);
+        const bool isAnswer = app.exit(end, out, err) == 0; // that of --help or --version
+        status = isAnswer ? ExitStatus::done : ExitStatus::wrongUsage;
     }
-    Output output(out, err);
-    output.jsonIs(isJson);
-    ExitStatus status = perform(action, output);
-    if (!out.flush()) {
-        output.complaint("the result could not be written");
-        status = ExitStatus::failed;
-    }
-    return static_cast<int>(status);
+    return static_cast<int>(handedOn(status, output));
 }
 
 } // namespace Vestrel

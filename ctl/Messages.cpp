@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// vestrelctl messages: the catalogue of log messages, from the library's own records.
+// vestrelctl messages: the catalogue of log messages; the library's from its own records.
 #include "ctl/LogSection.h"
 #include "ctl/Verbs.h"
+#include "logmsg/Catalogue.h"
 #include "logmsg/RecordText.h"
 #include "platform/zell/LogSinks.h"
 
@@ -29,7 +30,7 @@ Json rowOf(const Zell::LogDescriptor& record) {
 
 // Without names all of them.
 ExitStatus messages(const Names& names, Output& output) {
-    const auto records = logSection();
+    const auto records = catalogue(logSection());
     Json rows = Json::array();
     for (const Zell::LogDescriptor& record : records) {
         if (names.empty() || std::ranges::find(names, record.name) != names.end()) {

@@ -70,7 +70,7 @@ bool Output::shownAsJson(const std::string& name, const Json& rows) {
     if (isJson_) {
         Json result = Json::object();
         result[name] = rows;
-        out_ << result.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+        out_ << jsonText(std::move(result)) << '\n';
     }
     return isJson_;
 }
@@ -106,7 +106,7 @@ void Output::tables(const std::vector<Table>& tables) {
         }
     }
     if (isJson_) {
-        out_ << result.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+        out_ << jsonText(std::move(result)) << '\n';
     }
 }
 

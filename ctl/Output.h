@@ -2,7 +2,7 @@
 // The one place where results become text for people or JSON for programs.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include "survey/JsonText.h"
 
 #include <functional>
 #include <ostream>
@@ -11,9 +11,6 @@
 #include <vector>
 
 namespace Vestrel {
-
-// Keeps the order in which members were added.
-using Json = nlohmann::ordered_json;
 
 // A member of a result's rows, and the heading under which people see it.
 struct Column {
@@ -29,9 +26,8 @@ struct Table {
 };
 
 // Each verb shows one result: a name and an array of objects, its rows. As JSON it is one line with
-// one object that holds the array under that name; bytes that are not UTF-8 become U+FFFD there. As
-// text it takes one of the three forms; control characters come out as \xHH, so that a row never
-// breaks its line.
+// one object that holds the array under that name. As text it takes one of the three forms; control
+// characters come out as \xHH, so that a row never breaks its line.
 class Output {
 public:
     Output(std::ostream& out, std::ostream& err) : out_(out), err_(err) {}

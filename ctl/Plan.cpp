@@ -8,7 +8,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <set>
 #include <string>
@@ -55,12 +54,8 @@ private:
                      const std::set<std::string>& existing) {
         const FileContent content = fileContent(path);
         const Diagnosis diagnosis = diagnose(content, keyring.name, known_);
-        const Finding& finding = diagnosis.finding;
-        if (keyring.error != 0) {
-            row(keyring.name, "skip", path, diagnosis.description,
-                std::string("the keyring cannot be used: ") + std::strerror(keyring.error));
-        } else if (diagnosis.description.empty()) {
-            row(keyring.name, "skip", path, "", finding.explanation);
+        if (diagnosis.description.empty()) {
+            row(keyring.name, "skip", path, "", diagnosis.finding.explanation);
         } else if (existing.contains(diagnosis.description)) {
             row(keyring.name, "map", path, diagnosis.description, "its key is in the keyring");
         } else {

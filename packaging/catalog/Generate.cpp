@@ -2,7 +2,7 @@
 // Writes the journal's message catalog from the log message records.
 //
 //   vestrel-catalog-generate FILE
-#include "agent/AgentMessages.h"
+#include "logmsg/Catalogue.h"
 #include "logmsg/LogMessages.h"
 #include "logmsg/RecordText.h"
 #include "platform/zell/LogSinks.h"
@@ -30,10 +30,7 @@ int main(int argc, char** argv) {
     catalog
         << "# SPDX-License-Identifier: Apache-2.0\n"
            "# What journalctl -x says of the messages. Made from their records at build time.\n";
-    for (const Zell::LogDescriptor& record : Vestrel::logDescriptors) {
-        catalog << entry(record);
-    }
-    for (const Zell::LogDescriptor& record : Vestrel::agentDescriptors) {
+    for (const Zell::LogDescriptor& record : Vestrel::catalogue(Vestrel::logDescriptors)) {
         catalog << entry(record);
     }
     catalog.close();

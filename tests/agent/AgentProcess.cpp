@@ -71,7 +71,7 @@ AgentProcess::~AgentProcess() {
 }
 
 void AgentProcess::become(const AgentSetup& setup) const {
-    outputTo(directory_.path("out"), STDOUT_FILENO);
+    outputTo(setup.out.empty() ? directory_.path("out") : setup.out, STDOUT_FILENO);
     outputTo(directory_.path("err"), STDERR_FILENO);
     setenv("NOTIFY_SOCKET", directory_.path("notify").c_str(), 1);
     for (const auto& [name, value] : setup.environment) {

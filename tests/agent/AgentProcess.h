@@ -18,6 +18,7 @@ struct AgentSetup {
     std::vector<std::string> arguments{};
     std::vector<std::pair<std::string, std::string>> environment{};
     mode_t umask = 022;
+    std::string out{}; // instead of the file that out() reads
 };
 
 // Started at construction, killed at destruction if it has not ended. Steps that the system refuses

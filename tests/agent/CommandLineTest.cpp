@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 namespace Vestrel::Tests {
 
@@ -32,6 +33,12 @@ TEST(CommandLine, WithoutOptionsTracesFailuresAndChoosesTheLogItself) {
     ASSERT_TRUE(options);
     EXPECT_EQ(options->traceLevel, 1);
     EXPECT_EQ(options->log, LogTarget::automatic);
+    EXPECT_EQ(options->driftInterval, 300);
+}
+
+TEST(CommandLine, TakesDriftIntervalsUpToADay) {
+    EXPECT_EQ(read({"--drift-interval", "0"})->driftInterval, 0);
+    EXPECT_EQ(read({"--drift-interval", "86400"})->driftInterval, 86400);
 }
 
 TEST(CommandLine, TakesEveryTraceLevel) {
@@ -67,6 +74,17 @@ TEST(CommandLine, VersionIsOneLineAndEndsWithStatusZero) {
     EXPECT_EQ(agent.wait(), 0);
     EXPECT_EQ(agent.out(), "vestrel-agent " VESTREL_VERSION "\n");
     EXPECT_EQ(agent.err(), "");
+}
+
+TEST(CommandLine, FailsWhenItsTextCannotBeWritten) {
+    if (!std::ofstream("/dev/full")) {
+        GTEST_SKIP() << "there is no /dev/full";
+    }
+    for (const char* const option : {"--help", "--version"}) {
+        AgentProcess agent({.arguments = {option}, .out = "/dev/full"});
+        EXPECT_EQ(agent.wait(), 1) << option;
+        EXPECT_EQ(agent.err(), "vestrel-agent: the text could not be written\n") << option;
+    }
 }
 
 TEST_P(WrongUsage, IsExplainedOnStderrAndEndsWithStatusTwo) {

@@ -40,25 +40,6 @@ TEST_F(Reflected, ShowsTheStateMachineWithItsRecordsAndDescriptors) {
     EXPECT_TRUE(reflected(*sm, 1)["keyLoader"].is_null());
 }
 
-TEST_F(Reflected, KeepsUtf8AndWritesOtherBytesInHexadecimal) {
-    EXPECT_EQ(asUtf8("plain \xc3\xa4 \xe2\x82\xac \xf0\x9f\x94\x91"),
-              "plain \xc3\xa4 \xe2\x82\xac \xf0\x9f\x94\x91");
-    EXPECT_EQ(asUtf8("\xff|\xc3|\xc3("), "\\xff|\\xc3|\\xc3(");
-    EXPECT_EQ(asUtf8("\xc0\xaf"), "\\xc0\\xaf") << "overlong";
-    EXPECT_EQ(asUtf8("\xe0\x80\x80"), "\\xe0\\x80\\x80") << "overlong";
-    EXPECT_EQ(asUtf8("\xed\xa0\x80"), "\\xed\\xa0\\x80") << "a surrogate";
-    EXPECT_EQ(asUtf8("\xf4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80") << "beyond Unicode";
-    EXPECT_EQ(asUtf8("\xe2\x82"), "\\xe2\\x82") << "cut short";
-    EXPECT_EQ(asUtf8("\xf0\x9f\x94("), "\\xf0\\x9f\\x94(");
-    EXPECT_EQ(asUtf8(""), "");
-}
-
-TEST_F(Reflected, MakesTextOfAnyNameThatAFileMayHave) {
-    coll->keyringIs(".ima")->fileToDescriptionIs("/\xff", "\xfe");
-    EXPECT_EQ(reflected(*coll->keyring(".ima"), 1)["fileToDescription"].dump(),
-              R"({"/\\xff":"\\xfe"})");
-}
-
 } // namespace
 
 } // namespace Vestrel::Tests

@@ -69,6 +69,12 @@ TEST_F(RequestsTest, ResyncRebuildsAndTellsWhatDiffered) {
     EXPECT_EQ(resyncs_, 1);
 }
 
+TEST_F(RequestsTest, KeyringsShowsAnyNameThatAFileMayHave) {
+    keyColl()->fileToDescriptionIs("/\xff", "\xfe");
+    const Json shown = ask(R"({"method":"Keyrings"})")["parameters"]["keyring"][".ima"];
+    EXPECT_EQ(shown["fileToDescription"].dump(), R"({"/\\xff":"\\xfe"})");
+}
+
 TEST_F(RequestsTest, TraceGivesTheEventsBehindASequenceNumber) {
     Brisklog::eventsDelAll();
     Brisklog::eventIs(1, "H", "f()", {"one"});

@@ -3,6 +3,7 @@
 #include "agent/StatusServer.h"
 
 #include "tests/support/LineClient.h"
+#include "tests/support/Memory.h"
 #include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <deque>
 #include <fstream>
@@ -168,6 +170,7 @@ TEST_F(StatusServerTest, DropsTheClientThatWasSilentForLongestWhenThereAreTooMan
 }
 
 TEST_F(StatusServerTest, GoesOnThroughAThousandConnections) {
+    const std::size_t before = memoryOf(getpid(), "VmRSS");
     std::deque<LineClient> clients;
     for (int i = 0; i < 1000; ++i) {
         clients.push_back(client());
@@ -178,6 +181,10 @@ TEST_F(StatusServerTest, GoesOnThroughAThousandConnections) {
     EXPECT_LE(server_->clients(), StatusServer::maxClients);
     auto last = client();
     EXPECT_EQ(last.ask("a"), "answer to a");
+    if (isMemoryReused) { // an answer for each of those that are served, and not for each that
+                          // asked
+        EXPECT_LE(memoryOf(getpid(), "VmRSS"), before + (StatusServer::maxClients + 2) * bigAnswer);
+    }
 }
 
 TEST_F(StatusServerTest, ReplacesASocketThatNobodyServes) {

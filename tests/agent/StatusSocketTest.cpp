@@ -3,6 +3,7 @@
 #include "agent/Agent.h"
 #include "tests/agent/AgentProcess.h"
 #include "tests/support/LineClient.h"
+#include "tests/support/Memory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -127,23 +128,45 @@ TEST_F(StatusSocket, TraceGivesTheRingOfTheAgent) {
     EXPECT_EQ(events[0]["handle"], "IntegrityKeyringSm");
 }
 
-TEST_F(StatusSocket, OutlivesHostileClientsAndTheirNumber) {
-    AgentProcess agent({});
-    ready(agent);
+// A thousand clients at once that never read, and one with a line that is far too long.
+void hostileClients() {
     std::deque<LineClient> clients;
     for (int i = 0; i < 1000; ++i) {
         clients.emplace_back(Vestrel::Agent::statusSocket);
         ASSERT_TRUE(clients.back().isConnected()) << i;
         clients.back().sendSome("{\"method\":\"\xff\xfe\"}\n");
-        clients.back().sendSome("{\"method\":\"Status\"}\n{\"method\":\"Trace\"}\n");
+        clients.back().sendSome("{\"method\":\"Status\"}\n{\"method\":\"Trace\"}\nhalf a li");
     }
     LineClient flood(Vestrel::Agent::statusSocket);
     EXPECT_FALSE(flood.send(std::string(1U << 20U, '[')));
     EXPECT_THAT(flood.line(), testing::HasSubstr("LineTooLong"));
+}
+
+TEST_F(StatusSocket, OutlivesHostileClientsAndTheirNumber) {
+    AgentProcess agent({});
+    ready(agent);
+    hostileClients();
     EXPECT_EQ(ask(R"({"method":"Status"})")["parameters"]["agent"]["pid"], agent.pid());
-    clients.clear();
     agent.signal(SIGTERM);
     EXPECT_EQ(agent.wait(), 0);
+}
+
+// The first thousand show how much is needed; three thousand more may leave 128 bytes each behind.
+TEST_F(StatusSocket, HasNoMemoryForMoreHostileClientsThanItServes) {
+    if (!isMemoryReused) {
+        GTEST_SKIP() << "sanitizers keep what is freed";
+    }
+    AgentProcess agent({});
+    ready(agent);
+    hostileClients();
+    ask(R"({"method":"Status"})");
+    const std::size_t needed = memoryOf(agent.pid(), "VmHWM");
+    ASSERT_NE(needed, 0U);
+    for (int i = 0; i < 3; ++i) {
+        hostileClients();
+    }
+    EXPECT_EQ(ask(R"({"method":"Status"})")["parameters"]["agent"]["pid"], agent.pid());
+    EXPECT_LE(memoryOf(agent.pid(), "VmHWM"), needed + 3000 * std::size_t{128});
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "survey/AgentSocket.h"
 #include "tests/agent/AgentProcess.h"
 #include "tests/ctl/Ran.h"
+#include "tests/support/Shell.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -46,13 +47,7 @@ protected:
 class Impostor {
 public:
     explicit Impostor(std::string answer) : answer_(std::move(answer)) {
-        fs::create_directories(agentSocketDirectory);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::string(agentSocket).copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
-                  0);
-        EXPECT_EQ(listen(socket_.get(), 1), 0);
+        listens(socket_.get());
         thread_ = std::thread([this] { serve(); });
     }
 
@@ -60,6 +55,16 @@ public:
 
     Impostor(const Impostor&) = delete;
     Impostor& operator=(const Impostor&) = delete;
+
+    // Takes the agent's place.
+    static void listens(int socket) {
+        fs::create_directories(agentSocketDirectory);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::string(agentSocket).copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(socket, 1), 0);
+    }
 
 private:
     void serve() const {
@@ -91,11 +96,23 @@ TEST_F(AgentVerbs, StatusShowsTheAgentAndItsCounters) {
     const AgentProcess agent({});
     ready(agent);
     const Ran ran = ctl({"status", "--json"});
+    EXPECT_EQ(ran.json().size(), 4U) << "keyrings, counters, agent, problems";
     EXPECT_EQ(ran.json()["agent"][0]["pid"], agent.pid());
     EXPECT_EQ(ran.json()["agent"][0]["version"], VESTREL_VERSION);
     EXPECT_EQ(ran.json()["counters"].size(), 4U);
     EXPECT_EQ(row(ran.json()["counters"], ".ima")["loads"], 0);
     EXPECT_EQ(ran.status, ran.json()["problems"].empty() ? 0 : 6);
+    for (const auto& keyring : ran.json()["keyrings"]) {
+        if (keyring["serial"].is_null()) { // which this kernel does not have
+            EXPECT_THAT(ran.json()["problems"].dump(),
+                        testing::Not(HasSubstr(keyring["keyring"].get<std::string>())));
+        }
+    }
+}
+
+TEST_F(AgentVerbs, StatusIsAConditionOfTheShell) {
+    const std::string line = VESTREL_CTL " status >/dev/null || echo need a look";
+    EXPECT_EQ(shell(line).output, "need a look\n") << "there is no agent";
 }
 
 TEST_F(AgentVerbs, StatusIsATableForPeople) {
@@ -149,6 +166,21 @@ TEST_F(AgentVerbs, TraceShowsTheEventsOfTheAgent) {
     EXPECT_THAT(ctl({"trace"}).out, HasSubstr(" IntegrityKeyringSm 5 "));
 }
 
+TEST_F(AgentVerbs, TraceFollowsInLinesOfJson) {
+    AgentProcess agent({.arguments = {"--trace", "5"}});
+    ready(agent);
+    std::FILE* const follower = popen(VESTREL_CTL " trace --follow --json 2>/dev/null", "re");
+    ASSERT_NE(follower, nullptr);
+    std::string line;
+    for (int c = std::fgetc(follower); c != EOF && c != '\n'; c = std::fgetc(follower)) {
+        line += static_cast<char>(c);
+    }
+    EXPECT_FALSE(nlohmann::json::parse(line)["trace"].empty());
+    agent.signal(SIGTERM);
+    EXPECT_EQ(agent.wait(), 0);
+    pclose(follower);
+}
+
 TEST_F(AgentVerbs, TraceFollowsUntilTheAgentEnds) {
     AgentProcess agent({.arguments = {"--trace", "5"}});
     ready(agent);
@@ -174,12 +206,65 @@ TEST_F(AgentVerbs, TraceFollowsUntilTheAgentEnds) {
     EXPECT_EQ(WEXITSTATUS(status), 1);
 }
 
+TEST_F(AgentVerbs, FailWhenTheirResultCannotBeWritten) {
+    const AgentProcess agent({.arguments = {"--trace", "5"}});
+    ready(agent);
+    for (const std::string arguments :
+         {"status", "keys", "files --json", "resync --json", "trace", "trace --follow"}) {
+        const Ended ended = shell(VESTREL_CTL " " + arguments + " 2>&1 >/dev/full");
+        EXPECT_EQ(ended.status, 1) << arguments;
+        EXPECT_EQ(ended.output, "vestrelctl: the result could not be written\n") << arguments;
+    }
+}
+
+TEST_F(AgentVerbs, ShowNamesOfAnyBytesAsTheyAre) {
+    fs::create_directories("/etc/keys/ima");
+    const AgentProcess agent({});
+    ready(agent);
+    const std::string path = "/etc/keys/ima/\xff\\xfe";
+    std::ofstream(path) << "no certificate";
+    EXPECT_THAT(ctl({"files", ".ima"}).out, HasSubstr(path));
+    EXPECT_THAT(ctl({"files", ".ima", "--json"}).out,
+                HasSubstr(R"("file":"/etc/keys/ima/\\xff\\x5cxfe")"));
+}
+
 TEST_F(AgentVerbs, DoNotBelieveWhateverAnswers) {
-    for (const char* const answer : {"garbage\n", "[]\n", "{}\n", ""}) {
+    const std::string deep = std::string(100000, '[') + "\n";
+    for (const char* const answer : {"garbage\n", "[]\n", "{}\n", "", deep.c_str()}) {
         const Impostor impostor(answer);
         const Ran ran = ctl({"resync"});
         EXPECT_EQ(ran.status, 1) << answer;
         EXPECT_THAT(ran.err, HasSubstr("the agent does not answer: ")) << answer;
+        fs::remove(agentSocket);
+    }
+}
+
+TEST_F(AgentVerbs, DoNotWaitForeverForAnAnswer) {
+    const Zell::OwnedFd silent(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    Impostor::listens(silent.get());
+    const Ran ran = ctl({"resync"});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(ran.err, "vestrelctl: the agent does not answer: nothing came within 10 seconds\n");
+}
+
+// An agent that has on record what is not there; on the real kernel that is over in a moment.
+TEST_F(AgentVerbs, KeysAndFilesShowWhatIsGone) {
+    const nlohmann::json empty{{"key", nlohmann::json::object()},
+                               {"fileToDescription", nlohmann::json::object()}};
+    nlohmann::json answer;
+    for (const char* const name :
+         {".secondary_trusted_keys", ".builtin_trusted_keys", ".machine"}) {
+        answer["parameters"]["keyring"][name] = empty;
+    }
+    answer["parameters"]["keyring"][".ima"] = {
+        {"key", {{"1", {{"serial", 1}, {"description", "lost"}, {"type", "asymmetric"}}}}},
+        {"fileToDescription", {{"/etc/keys/ima/lost", "lost"}}}};
+    for (const char* const verb : {"keys", "files"}) {
+        const Impostor impostor(answer.dump() + "\n");
+        const Ran ran = ctl({verb, ".ima", "--json"});
+        EXPECT_EQ(ran.status, 0) << ran.err;
+        EXPECT_EQ(row(ran.json()[verb], ".ima")["description"], "lost");
+        EXPECT_EQ(row(ran.json()[verb], ".ima")["state"], "gone");
         fs::remove(agentSocket);
     }
 }

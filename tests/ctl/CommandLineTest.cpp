@@ -2,14 +2,13 @@
 // The command line of vestrelctl: help, version, wrong usage, and where the result goes.
 #include "ctl/ExitStatus.h"
 #include "tests/ctl/Ran.h"
+#include "tests/support/Shell.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
 #include <array>
-#include <cstdlib>
+#include <cstddef>
 #include <fstream>
 
 namespace Vestrel::Tests {
@@ -22,10 +21,13 @@ using Words = std::vector<std::string>;
 const std::vector<std::string> verbs{"check", "files",  "install", "keys",   "messages",
                                      "plan",  "remove", "resync",  "status", "trace"};
 
-// The status of the installed program's twin, run by a shell.
+// The installed program's twin, run by a shell.
+Ended ctlProcess(const std::string& arguments) {
+    return shell(VESTREL_CTL " " + arguments);
+}
+
 int statusOf(const std::string& arguments) {
-    const int status = std::system((std::string(VESTREL_CTL) + " " + arguments).c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return ctlProcess(arguments).status;
 }
 
 TEST(CtlCommandLine, HelpNamesEveryVerbAndEndsWithStatusZero) {
@@ -67,7 +69,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Words{"messages", "--unknown"}, Words{"check"}, Words{"check", ".ima"},
                     Words{"check", ".other", "file"}, Words{"check", ".ima", "file", "--issuer"},
                     Words{"install", ".ima", "file", "--wait", "-1"},
-                    Words{"install", ".ima", "file", "--wait", "soon"}, Words{"remove", ".ima"},
+                    Words{"install", ".ima", "file", "--wait", "soon"},
+                    Words{"install", ".ima", "file", "--wait", "3601"}, Words{"remove", ".ima"},
                     Words{"remove", ".ima", "../name"}, Words{"plan", "word"},
                     Words{"plan", "check", ".ima", "file"}, Words{"keys", "none"},
                     Words{"files", ".ima", "more"}, Words{"status", "word"}),
@@ -87,15 +90,26 @@ TEST(CtlProcess, FailsWhenItsResultCannotBeWritten) {
     if (!std::ofstream("/dev/full")) {
         GTEST_SKIP() << "there is no /dev/full";
     }
-    EXPECT_EQ(statusOf("messages >/dev/full 2>/dev/null"), 1);
+    for (const std::string arguments :
+         {"--help", "--version", "check --help", "messages", "messages --json",
+          "check .ima /dev/null", "install .ima /dev/null", "remove .ima none", "plan",
+          "plan --json", "status", "status --json", "keys", "files"}) {
+        const Ended ended = ctlProcess(arguments + " 2>&1 >/dev/full");
+        EXPECT_EQ(ended.status, 1) << arguments;
+        EXPECT_THAT(ended.output, HasSubstr("vestrelctl: the result could not be written\n"))
+            << arguments;
+    }
 }
 
 TEST(ExitStatus, GivesTheGraverOfTwo) {
-    EXPECT_EQ(worse(ExitStatus::done, ExitStatus::late), ExitStatus::late);
-    EXPECT_EQ(worse(ExitStatus::late, ExitStatus::unknown), ExitStatus::unknown);
-    EXPECT_EQ(worse(ExitStatus::refused, ExitStatus::unknown), ExitStatus::refused);
-    EXPECT_EQ(worse(ExitStatus::refused, ExitStatus::failed), ExitStatus::failed);
-    EXPECT_EQ(worse(ExitStatus::done, ExitStatus::done), ExitStatus::done);
+    const std::array gravest{ExitStatus::failed, ExitStatus::refused,   ExitStatus::unknown,
+                             ExitStatus::late,   ExitStatus::unhealthy, ExitStatus::done};
+    for (std::size_t i = 0; i < gravest.size(); ++i) {
+        for (std::size_t j = i; j < gravest.size(); ++j) {
+            EXPECT_EQ(worse(gravest[i], gravest[j]), gravest[i]);
+            EXPECT_EQ(worse(gravest[j], gravest[i]), gravest[i]);
+        }
+    }
 }
 
 } // namespace

@@ -204,13 +204,29 @@ TEST_F(CtlFiles, PlanHasAnActionForEveryFileAndKey) {
     EXPECT_EQ(ctl({"plan"}).status, 0);
 }
 
-TEST_F(CtlFiles, PlanSkipsTheFilesOfAKeyringThatIsMissing) {
-    inPlace("good", certificate_);
+TEST_F(CtlFiles, PlanSaysOfAMissingKeyringWhatCheckSays) {
+    const std::string good = inPlace("good", certificate_);
     keys_.removeKeyring(".ima");
-    const Ran ran = ctl({"plan", "--json"});
-    EXPECT_EQ(ran.json().at("plan")[0].at("action"), "skip");
-    EXPECT_THAT(ran.json().at("plan")[0].at("explanation").get<std::string>(),
-                HasSubstr("the keyring cannot be used"));
+    const Ran checked = ctl({"check", "--json", ".ima", good});
+    EXPECT_EQ(checked.status, 3);
+    EXPECT_EQ(checked.json().at("check")[0].at("reason"), "missing-keyring");
+    const Ran planned = ctl({"plan", "--json"});
+    EXPECT_EQ(planned.status, 3);
+    EXPECT_EQ(planned.json().at("plan")[0].at("action"), "refuse");
+    EXPECT_EQ(planned.json().at("plan")[0].at("explanation"),
+              checked.json().at("check")[0].at("explanation"));
+}
+
+TEST_F(CtlFiles, PlanSaysOfAnUnreadableKeyringWhatCheckSays) {
+    const std::string good = inPlace("good", certificate_);
+    keys_.revoke(keys_.serialOf(".ima"));
+    const Ran checked = ctl({"check", "--json", ".ima", good});
+    EXPECT_EQ(checked.status, 4);
+    const Ran planned = ctl({"plan", "--json"});
+    EXPECT_EQ(planned.status, 4);
+    EXPECT_EQ(planned.json().at("plan")[0].at("action"), "load");
+    EXPECT_EQ(planned.json().at("plan")[0].at("explanation"),
+              checked.json().at("check")[0].at("explanation"));
 }
 
 // One file operation each, as the system refuses it.

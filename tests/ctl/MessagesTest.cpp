@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// vestrelctl messages: every record of the library, in words.
+// vestrelctl messages: every record of library and agent, in words.
+#include "logmsg/Catalogue.h"
 #include "logmsg/LogMessages.h"
 #include "platform/zell/LogSinks.h"
 #include "tests/ctl/Ran.h"
@@ -11,13 +12,15 @@ namespace Vestrel::Tests {
 
 namespace {
 
-TEST(CtlMessages, HasEveryRecordOfTheLibrary) {
+TEST(CtlMessages, HasEveryRecordOfTheLibraryAndOfTheAgent) {
     const Ran ran = ctl({"messages", "--json"});
     EXPECT_EQ(ran.status, 0);
     const auto rows = ran.json().at("messages");
-    ASSERT_EQ(rows.size(), logMessageCount);
-    for (std::size_t i = 0; i < logMessageCount; ++i) {
-        const Zell::LogDescriptor& record = logDescriptors[i];
+    const auto records = catalogue(logDescriptors);
+    ASSERT_EQ(rows.size(), records.size());
+    ASSERT_EQ(rows.size(), logMessageCount + 2);
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const Zell::LogDescriptor& record = records[i];
         EXPECT_EQ(rows[i].at("name"), record.name);
         EXPECT_EQ(rows[i].at("format"), record.format);
         EXPECT_EQ(rows[i].at("severity"), record.severity);
@@ -40,6 +43,16 @@ TEST(CtlMessages, ExplainsTheNamedOneInWords) {
               "Severity:     4\n"
               "Journal:      " +
                   Zell::messageId("VESTREL_INTEGRITY") + "\n");
+}
+
+TEST(CtlMessages, ExplainsTheAgentsOwnAsWell) {
+    for (const char* const name :
+         {"VESTREL_INTEGRITY_DRIFT", "VESTREL_INTEGRITY_LOAD_KEY_EXPLANATION"}) {
+        const Ran ran = ctl({"messages", "--json", name});
+        EXPECT_EQ(ran.status, 0) << ran.err;
+        ASSERT_EQ(ran.json().at("messages").size(), 1U);
+        EXPECT_EQ(ran.json().at("messages")[0].at("name"), name);
+    }
 }
 
 TEST(CtlMessages, SaysWhenThereIsNoSuchMessage) {

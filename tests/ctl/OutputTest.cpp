@@ -81,11 +81,13 @@ TEST_F(CtlOutput, NeverLetsARowBreakItsLineNorItsTerminal) {
     EXPECT_EQ(err_.str(), "vestrelctl: one\\x0atwo\n");
 }
 
-TEST_F(CtlOutput, ReplacesWhatJsonCannotCarry) {
+TEST_F(CtlOutput, WritesWhatJsonCannotCarryInHexadecimal) {
     output_.jsonIs(true);
     const Json row{{"a", "\xff"}};
     output_.table("rows", columns_, Json::array({row}));
-    EXPECT_EQ(text(), "{\"rows\":[{\"a\":\"\xef\xbf\xbd\"}]}\n");
+    EXPECT_EQ(text(), "{\"rows\":[{\"a\":\"\\\\xff\"}]}\n");
+    output_.tables({{"rows", columns_, Json::array({row})}});
+    EXPECT_EQ(text(), "{\"rows\":[{\"a\":\"\\\\xff\"}]}\n");
 }
 
 } // namespace

@@ -131,6 +131,21 @@ TEST_F(AgentVerbs, KeysAndFilesShowWhatIsNotOnRecordOrGone) {
     EXPECT_EQ(refused["key"], Rows());
 }
 
+TEST_F(AgentVerbs, FilesOfAnyNameAreInStep) {
+    start();
+    for (const char* const name : {"\xff.der", "\\xff.der"}) {
+        write(file(name), certificate("named"));
+        recorded("named");
+    }
+    fence();
+    const Rows files = rows({"files", "ima"}, "files");
+    ASSERT_EQ(files.size(), 2U) << files.dump();
+    for (const char* const name : {"\\xff.der", "\\x5cxff.der"}) {
+        EXPECT_EQ(row(files, "file", file(name))["state"], "in step") << name;
+    }
+    EXPECT_EQ(ctl({"status"}).status, 0) << ctl({"status"}).out;
+}
+
 TEST_F(AgentVerbs, ResyncShowsWhatHadDriftedApartAndPutsItRight) {
     start();
     write("/etc/keys/elsewhere", certificate("linked"));

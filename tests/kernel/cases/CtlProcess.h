@@ -2,7 +2,7 @@
 // Runs vestrelctl as a process of its own.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include "survey/JsonText.h"
 
 #include <string>
 
@@ -14,13 +14,14 @@ struct CtlRun {
     std::string output; // of both kinds, as they came
 
     /// Of a result written as JSON: the rows of that name.
-    nlohmann::json rows(const std::string& name) const {
-        return nlohmann::json::parse(output).at(name);
+    Json rows(const std::string& name) const {
+        bool isTooDeep = false;
+        return jsonValue(output, 16, isTooDeep).at(name);
     }
 };
 
 /// Runs it with these arguments, which a shell reads. The program is the environment's VESTREL_CTL,
-/// or else the one built with the tests. Throws std::runtime_error when it cannot be run.
+/// or else the one built with the tests. Throws std::system_error when there is no shell.
 CtlRun ctl(const std::string& arguments);
 
 } // namespace Vestrel::Tests

@@ -62,8 +62,7 @@ TEST_P(CtlCheck, SaysOfEveryFileWhatTheKernelThenDoes) {
         SCOPED_TRACE(path);
         const auto key = Orvo::makeNode<IntegrityKeyLoader>()->loadKey(path, GetParam());
         EXPECT_EQ(row.at("verdict"), key == -1 ? "refused" : "accepted");
-        if (key != -1 &&
-            row.at("description").get<std::string>().find("\xef\xbf\xbd") == std::string::npos) {
+        if (key != -1) {
             EXPECT_EQ(row.at("description"), descriptionOf(key));
         }
     }
@@ -292,7 +291,7 @@ TEST_F(Ctl, PlanKeepsTheKernelsOwnKeysAndIsATable) {
 TEST_F(Ctl, MessagesNeedsNoAgent) {
     const CtlRun run = ctl("messages --json");
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.rows("messages").size(), 5U);
+    EXPECT_EQ(run.rows("messages").size(), 7U);
 }
 
 // The examples of the manual page, in its order.
@@ -305,6 +304,9 @@ TEST_F(Ctl, DoesWhatTheExamplesOfTheManualPageSay) {
     EXPECT_EQ(ctl("install .ima " + signer).status, 0);
     EXPECT_EQ(ctl("remove .ima signer.der").status, 0);
     EXPECT_EQ(ctl("plan --issuer " + authority).status, 0);
+    EXPECT_EQ(ctl("status || logger \"integrity keyrings need a look\"").status, 0);
+    EXPECT_EQ(ctl("files ima").status, 0);
+    EXPECT_EQ(ctl("--json keys .ima").status, 0);
     EXPECT_EQ(ctl("messages VESTREL_INTEGRITY_LOAD_KEY_FAIL").status, 0);
 }
 

@@ -80,13 +80,19 @@ protected:
 
     // Waits for the agent's message, and for its rebuild to be over.
     void awaitRecovery(std::size_t times = 1) {
-        EXPECT_TRUE(eventually([&] { return reported().size() == times; }));
-        EXPECT_EQ(recoveries(), static_cast<std::int64_t>(times));
+        EXPECT_TRUE(eventually([&] { return reported().size() == times; })) << said();
+        EXPECT_EQ(recoveries(), static_cast<std::int64_t>(times)) << said();
     }
 
     // The agent has nothing left to find.
-    static void expectNoDifferences() {
-        EXPECT_EQ(ask(R"({"method":"Resync"})")["differences"].dump(), "[]");
+    void expectNoDifferences() {
+        EXPECT_EQ(ask(R"({"method":"Resync"})")["differences"].dump(), "[]") << said();
+    }
+
+    // For a failure that does not come back at will.
+    std::string said() {
+        return "the agent's messages: " + testing::PrintToString(messages()) +
+               "\nits counters: " + counters().dump() + "\nwhat it wrote:\n" + agent().output();
     }
 };
 
@@ -98,9 +104,9 @@ TEST_F(Drift, IsNotFoundInAnUndisturbedLife) {
     recorded("kept");
     Keyring::named(".ima").tryAdd(certificate("alone"));
     recorded("alone");
-    EXPECT_TRUE(eventually([&] { return messages().size() == 1; })) << "the refusal";
+    EXPECT_TRUE(eventually([&] { return messages().size() == 1; })) << said();
     expectNoDifferences();
-    EXPECT_EQ(reported(), Lines{});
+    EXPECT_EQ(reported(), Lines{}) << said();
 }
 
 TEST_F(Drift, AfterAnOverflowOfTheDirectoryIsPutRight) {

@@ -7,6 +7,7 @@ keys=/etc/keys
 trust=${VESTREL_TRUST:?}
 agentLog=/results/agent.log
 notifyLog=/results/notify.log
+commandLog=/results/commands.log
 patience=10 # seconds
 work=$(mktemp -d /tmp/story.XXXXXX)
 agentProcess=''
@@ -61,13 +62,21 @@ shown() {
 
 # What is shown is what runs.
 run() {
-    local status
+    runEnding 0 "$1"
+}
+
+# STATUS COMMAND: it has to end with that status.
+runEnding() {
+    local wanted=$1 status
+    shift
     printf '       %s# %s%s\n' "$blue" "$1" "$plain"
     eval "$1" >"$work/output" 2>&1 </dev/null
     status=$?
     shown <"$work/output"
-    [ $status -eq 0 ] || failed "success of: $1"
-    return $status
+    { printf '# %s\n' "$1" && cat "$work/output"; } >>"$commandLog"
+    [ $status -eq "$wanted" ] && return
+    failed "exit status $wanted, not $status, of: $1"
+    return 1
 }
 
 check() {
@@ -152,6 +161,7 @@ wholePipes() {
 # The prompt's agent is started with "setsid", out of reach of the terminal's interrupts.
 startAgent() {
     [ -e /usr/sbin/vestrel-agent ] || ln -s "${VESTREL_AGENT:?}" /usr/sbin/vestrel-agent
+    [ -e /usr/sbin/vestrelctl ] || ln -s "${VESTREL_CTL:?}" /usr/sbin/vestrelctl
     syslogd -S -O "$notifyLog"
     await "a socket for the service manager's notices is there" [ -S /dev/log ]
     run "NOTIFY_SOCKET=/dev/log ${1:+$1 }vestrel-agent --trace 5 --log stderr >$agentLog 2>&1 &"
@@ -178,8 +188,21 @@ logged() {
         END { exit !found }' "$agentLog"
 }
 
+timesClosed() {
+    grep -c ' 5 closeAllFd: $' "$agentLog"
+}
+
+# As often by now.
 closedWithoutFailure() {
-    logged "5 closeAllFd: " && ! grep -qF "1 closeAllFd: " "$agentLog"
+    [ "$(timesClosed)" -eq "$1" ] && ! grep -qF "1 closeAllFd: " "$agentLog"
+}
+
+explained() {
+    grep -q "^VESTREL_INTEGRITY_LOAD_KEY_EXPLANATION: Certificate .*/$1 for keyring" "$agentLog"
+}
+
+saidOnce() {
+    [ "$(grep -c "^$1: " "$agentLog")" -eq 1 ]
 }
 
 nobodyWatches() {

@@ -5,14 +5,14 @@
 #   story.sh             tells it; succeeds when every step holds
 #   story.sh --prompt    only starts the agent, and says what to try
 #
-# VESTREL_AGENT is the agent's program; VESTREL_COLOUR asks for colours.
+# VESTREL_AGENT and VESTREL_CTL are the programs; VESTREL_COLOUR asks for colours.
 
 # shellcheck shell=dash disable=SC3043 source=tests/kernel/guest/story-lib.sh
 . "$(dirname "$0")/story-lib.sh"
 # shellcheck source=tests/kernel/guest/story-ima.sh
 . "$(dirname "$0")/story-ima.sh"
 
-stepsPlanned=$((18 + appraisalSteps))
+stepsPlanned=$((19 + appraisalSteps))
 
 findKeyrings() {
     local keyring
@@ -147,10 +147,22 @@ refuseStranger() {
     remember .ima
     run "cp $trust/stranger.der $keys/ima/"
     await "the agent's log tells the operator" logged "VESTREL_INTEGRITY_LOAD_KEY_FAIL: $line"
-    run "grep -F 'stranger.der in keyring' $agentLog"
+    await "and says why" explained stranger.der
+    run "grep -F stranger.der $agentLog | grep ^VESTREL_"
+    runEnding 3 "vestrelctl check .ima $keys/ima/stranger.der"
     run "keyctl list %:.ima"
     check "the stranger's key is not in .ima" isNotIn .ima stranger
     check ".ima holds the very keys that it held before" isAsRemembered .ima
+}
+
+clearByHand() {
+    check "alpha's key is in .ima before" isIn .ima alpha
+    run "keyctl clear %:.ima"
+    run "keyctl list %:.ima"
+    await "the agent notices, and tells the operator" saidOnce VESTREL_INTEGRITY_DRIFT
+    await "alpha's key is in .ima again" isIn .ima alpha
+    run "grep ^VESTREL_INTEGRITY_DRIFT: $agentLog"
+    run "keyctl list %:.ima"
 }
 
 followSecondary() {
@@ -176,9 +188,10 @@ refuseBuiltin() {
 }
 
 stop() {
-    local agent=$agentProcess status
+    local agent=$agentProcess status closings
     check "the agent has run until now" isRunning "$agent"
     remember .ima
+    closings=$(timesClosed)
     run "kill -TERM $agent"
     agentProcess='' # nothing that is awaited from here on needs it
     await "the agent ends" hasEnded "$agent"
@@ -188,7 +201,7 @@ stop() {
     say "exit status $status"
     check "its exit status is 0" [ $status -eq 0 ]
     check "it said STOPPING=1 to its service manager" announced STOPPING=1
-    check "it closed its descriptors itself, and no close failed" closedWithoutFailure
+    check "it closed its descriptors itself, and no close failed" closedWithoutFailure $((closings + 1))
     check "no process holds a watch any more" nobodyWatches
     run "keyctl list %:.ima"
     check ".ima holds the very keys that it held before" isAsRemembered .ima
@@ -212,6 +225,7 @@ tellAll() {
     tell linkAgain "The same certificate is linked again: the agent keeps one record, the new one"
     tell unlinkByHand "It is unlinked by hand: the agent forgets it"
     tell refuseStranger "A certificate that no trusted key signed is refused, and the operator is told"
+    tell clearByHand "The keyring is cleared by hand, which the kernel does not announce key by key: all is put right"
     tell followSecondary "The keyring .secondary_trusted_keys follows its own directory"
     tell refuseBuiltin "The keyring .builtin_trusted_keys takes nothing at run time, and the operator is told"
     tellAppraisal

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+// Between bytes of any kind and the UTF-8 that JSON is made of.
+#include "survey/JsonText.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <utility>
+
+namespace Vestrel {
+
+namespace {
+
+constexpr std::string_view hexDigits = "0123456789abcdef";
+constexpr std::size_t escapeSize = 4; // of \xHH
+
+// A code point's first byte, and what its second byte may be.
+struct Lead {
+    unsigned char from;
+    unsigned char to;
+    unsigned char secondFrom;
+    unsigned char secondTo;
+    std::size_t size;
+};
+
+constexpr std::array<Lead, 8> leads{{{0xc2, 0xdf, 0x80, 0xbf, 2},
+                                     {0xe0, 0xe0, 0xa0, 0xbf, 3},
+                                     {0xe1, 0xec, 0x80, 0xbf, 3},
+                                     {0xed, 0xed, 0x80, 0x9f, 3},
+                                     {0xee, 0xef, 0x80, 0xbf, 3},
+                                     {0xf0, 0xf0, 0x90, 0xbf, 4},
+                                     {0xf1, 0xf3, 0x80, 0xbf, 4},
+                                     {0xf4, 0xf4, 0x80, 0x8f, 4}}};
+
+bool isWithin(char c, unsigned char from, unsigned char to) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte >= from && byte <= to;
+}
+
+// How many bytes at the beginning of the text are one code point; 0 when they are none.
+std::size_t codePointSize(std::string_view text) {
+    if (isWithin(text[0], 0, 0x7f)) {
+        return 1;
+    }
+    for (const Lead& lead : leads) {
+        if (!isWithin(text[0], lead.from, lead.to)) {
+            continue;
+        }
+        if (text.size() < lead.size || !isWithin(text[1], lead.secondFrom, lead.secondTo)) {
+            return 0;
+        }
+        for (std::size_t i = 2; i < lead.size; ++i) {
+            if (!isWithin(text[i], 0x80, 0xbf)) {
+                return 0;
+            }
+        }
+        return lead.size;
+    }
+    return 0;
+}
+
+bool startsWithEscape(std::string_view text) {
+    return text.size() >= escapeSize && text.starts_with("\\x") &&
+           hexDigits.find(text[2]) != std::string_view::npos &&
+           hexDigits.find(text[3]) != std::string_view::npos;
+}
+
+using Form = std::string (*)(std::string_view text);
+
+void objectIs(Json& object, Form form);
+
+// Its names and texts in that form.
+void formIs(Json& value, Form form) {
+    if (value.is_string()) {
+        auto& text = value.get_ref<std::string&>();
+        text = form(text);
+    } else if (value.is_array()) {
+        for (Json& member : value) {
+            formIs(member, form);
+        }
+    } else if (value.is_object()) {
+        objectIs(value, form);
+    }
+}
+
+// To make an object anew takes a look at all members for each, so only where a name changes.
+void objectIs(Json& object, Form form) {
+    bool isRenamed = false;
+    for (const auto& member : object.items()) {
+        formIs(member.value(), form);
+        isRenamed = isRenamed || form(member.key()) != member.key();
+    }
+    if (!isRenamed) {
+        return;
+    }
+    Json renamed = Json::object();
+    for (const auto& member : object.items()) {
+        renamed[form(member.key())] = std::move(member.value());
+    }
+    object = std::move(renamed);
+}
+
+} // namespace
+
+std::string asUtf8(std::string_view bytes) {
+    std::string result;
+    result.reserve(bytes.size());
+    while (!bytes.empty()) {
+        const std::size_t size = startsWithEscape(bytes) ? 0 : codePointSize(bytes);
+        if (size == 0) {
+            const auto byte = static_cast<unsigned char>(bytes[0]);
+            result += {'\\', 'x', hexDigits[byte >> 4U], hexDigits[byte & 0xfU]};
+        } else {
+            result += bytes.substr(0, size);
+        }
+        bytes.remove_prefix(std::max<std::size_t>(size, 1));
+    }
+    return result;
+}
+
+std::string fromUtf8(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    while (!text.empty()) {
+        const bool isEscape = startsWithEscape(text);
+        result += isEscape
+                      ? static_cast<char>(hexDigits.find(text[2]) << 4U | hexDigits.find(text[3]))
+                      : text[0];
+        text.remove_prefix(isEscape ? escapeSize : 1);
+    }
+    return result;
+}
+
+std::string jsonText(Json value) {
+    formIs(value, asUtf8);
+    return value.dump();
+}
+
+// Whoever copies or frees a value goes down its levels on the stack, so that there must be few.
+Json jsonValue(std::string_view text, int mostLevels, bool& isTooDeep) {
+    isTooDeep = false;
+    const auto keep = [&](int depth, Json::parse_event_t /*event*/, const Json& /*value*/) {
+        isTooDeep = isTooDeep || depth > mostLevels;
+        return !isTooDeep;
+    };
+    Json value = Json::parse(text, keep, false);
+    if (isTooDeep) {
+        return Json(Json::value_t::discarded);
+    }
+    formIs(value, fromUtf8);
+    return value;
+}
+
+} // namespace Vestrel
