@@ -46,9 +46,10 @@ Bytes contentOf(const Bytes& bytes) {
 
 // An element without a length around these bytes, with its end marker.
 Bytes indefinite(const Bytes& inside) {
-    Bytes whole{0x30, 0x80};
-    whole.insert(whole.end(), inside.begin(), inside.end());
-    whole.insert(whole.end(), {0x00, 0x00});
+    Bytes whole(2 + inside.size() + 2);
+    whole[0] = 0x30;
+    whole[1] = 0x80;
+    std::ranges::copy(inside, whole.begin() + 2);
     return whole;
 }
 
@@ -56,8 +57,8 @@ TEST(BerReader, TakesLengthsOfOneTwoAndThreeBytes) {
     EXPECT_EQ(contentOf({0x04, 0x02, 0xaa, 0xbb}), (Bytes{0xaa, 0xbb}));
     EXPECT_EQ(contentOf({0x04, 0x81, 0x01, 0xaa}), Bytes{0xaa}) << "not the shortest";
     EXPECT_EQ(contentOf({0x04, 0x82, 0x00, 0x01, 0xaa}), Bytes{0xaa});
-    Bytes longer{0x04, 0x82, 0x01, 0x02};
-    longer.resize(4 + 0x102, 0xcc);
+    Bytes longer(4 + 0x102, 0xcc);
+    std::ranges::copy(Bytes{0x04, 0x82, 0x01, 0x02}, longer.begin());
     EXPECT_EQ(contentOf(longer).size(), 0x102U);
     EXPECT_FALSE(first({0x04, 0x83, 0x00, 0x00, 0x01, 0xaa})) << "three bytes of length";
 }
