@@ -160,6 +160,9 @@ void DriftWatch::rebuilt() {
     for (const char* const keyringName : IntegrityKeyringSm::keyringNames) {
         overflows_[keyringName] = KeyringCounters::of(keyringName).overflows;
     }
+    if (!record_.differences.empty()) { // whether they are cured is worth a look of its own
+        doubted();
+    }
 }
 
 bool DriftWatch::eventsWereLost(const std::string& keyringName) const {

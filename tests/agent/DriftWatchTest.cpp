@@ -96,6 +96,21 @@ TEST_F(DriftWatchTest, RebuildsWhatAClearLeft) {
     EXPECT_EQ(rebuilds_.size(), 1U);
 }
 
+TEST_F(DriftWatchTest, LooksByItselfWhetherARebuildHasCured) {
+    put("signer", "first");
+    dispatch();
+    clearUnannounced();
+    check();
+    ASSERT_EQ(rebuilds_.size(), 1U);
+    dispatch();
+    EXPECT_TRUE(watch_->record().differences.empty());
+    EXPECT_EQ(watch_->record().looks, 3);
+    breakForGood();
+    check();
+    dispatch();
+    EXPECT_FALSE(watch_->record().differences.empty()) << "what no rebuild cures stays named";
+}
+
 TEST_F(DriftWatchTest, LooksByItselfWhenTheStateMachineMustDoubt) {
     put("signer", "first");
     dispatch();

@@ -41,9 +41,9 @@ tell() {
     cat "$work/verdicts"
     if ! grep -q FAILED "$work/verdicts"; then
         stepsHold=$((stepsHold + 1))
-    elif [ -e "$agentLog" ]; then
+    else
         say "The agent's last lines:"
-        tail -n 12 "$agentLog" | shown
+        agentsLastLines 12 | shown
     fi
 }
 
@@ -99,7 +99,7 @@ await() {
             failed "$expected (not within $patience s)"
             return 1
         fi
-        usleep 20000
+        sleep 0.02
     done
     held "$expected"
 }
@@ -156,6 +156,10 @@ wholePipes() {
 }
 
 # --- the agent's answers
+
+agentsLastLines() {
+    [ ! -e "$agentLog" ] || tail -n "$1" "$agentLog"
+}
 
 # The datagrams for a service manager end in a file: syslogd writes down what comes to its socket.
 # The prompt's agent is started with "setsid", out of reach of the terminal's interrupts.
