@@ -87,7 +87,7 @@ confinement() {
 
 # Runs a command as a service of its own that is confined like the agent's.
 confined() {
-    local service=vestrel-confined.service output=/run/vestrel-confined.out status=0
+    local service=vestrel-confined.service output=/run/attempts-confined.out status=0
     {
         printf '[Service]\nType=oneshot\nExecStart=%s\n' "${*//%/%%}"
         printf 'StandardOutput=truncate:%s\nStandardError=append:%s\n' "$output" "$output"
