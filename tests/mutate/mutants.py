@@ -76,7 +76,8 @@ def code_of(source):
 def surroundings(source, start, end):
     """From one line that begins outside of all braces, behind a blank line, to the next."""
     starts = [match.end() for match in re.finditer(r"\n\n(?=[^\s])", source)]
-    return max([0, *(at for at in starts if at <= start)]), min([len(source), *(at for at in starts if at >= end)])
+    first = max([0, *(at for at in starts if at <= start)])
+    return first, min([len(source), *(at for at in starts if at >= end)])
 
 
 def plain(text):
@@ -211,7 +212,9 @@ def drops(code, bodies):
 
 
 # A declaration, or an assignment that calls nothing; its name is that of what is written.
-PLAIN_WRITE = re.compile(r"(?:[\w:<>*&]+ )*[*&]?(?P<name>[\w.>-]+)(?: = (?P<value>(?:[^()\[\]+-]|->)*))?;")
+PLAIN_WRITE = re.compile(
+    r"(?:[\w:<>*&]+ )*[*&]?(?P<name>[\w.>-]+)(?: = (?P<value>(?:[^()\[\]+-]|->)*))?;"
+)
 MAKES = re.compile(r"const [^=]*;")  # what has no value and never gets one works by being made
 
 
@@ -300,7 +303,10 @@ def trimmed(code, span):
     return start, end
 
 
-TRANSPARENT = re.compile(r"(?:template\b.*>\s*)?(?:inline\s+)?(?:namespace|class|struct|extern)\b[^()]*", re.DOTALL)
+# What stands before a brace that is no function's, but may have functions inside.
+TRANSPARENT = re.compile(
+    r"(?:template\b.*>\s*)?(?:inline\s+)?(?:namespace|class|struct|extern)\b[^()]*", re.DOTALL
+)
 
 
 def functions(code):
@@ -337,8 +343,8 @@ def name_of(head):
 
 
 def places(source, mutants):
-    """Where each fault is: the name of its function, if it is in one, and after the first of several
-    with the same lines a number."""
+    """Where each fault is: the name of its function, if it is in one, and a number after the first
+    of several with the same lines."""
     code = code_of(source)
     named = [(name_of(head), *span) for head, span in functions(code)]
     seen = collections.Counter()

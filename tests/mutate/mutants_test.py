@@ -167,7 +167,10 @@ class Weaving(unittest.TestCase):
         self.assertFalse(numbered("const Table table{\n    1,\n};\n"))
 
     def test_faults_that_do_not_compile_are_named_by_the_compiler(self):
-        source = 'struct A {};\nint f(A a, int b) {\n    return b;\n}\nint main() {\n    f(A{}, 1);\n}\n'
+        source = (
+            "struct A {};\nint f(A a, int b) {\n    return b;\n}\n"
+            "int main() {\n    f(A{}, 1);\n}\n"
+        )
         faults = numbered(source)
         errors, _ = self.woven_program(source, faults)
         refused = [number for number, m in faults if m.kind == "operands"]
