@@ -177,16 +177,24 @@ class Programs:
         self.usual[test] = outcome.seconds
 
 
+def progress(pid):
+    """The state of a process and its ticks of a processor: one that gets none still wants them."""
+    fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
+    return fields[0], fields[11:15]
+
+
 def ended(command, environment, stream):
     """Whether the program passes, and its seconds; one that waits for ever does not."""
     process = subprocess.Popen(
         command, env=environment, stdin=subprocess.DEVNULL, stdout=stream, stderr=stream,
         start_new_session=True,
     )
-    deadline = time.monotonic() + SECONDS_WAITING
     flags = os.WEXITED | os.WNOWAIT | os.WNOHANG
+    deadline, before = time.monotonic() + SECONDS_WAITING, None
     while not os.waitid(os.P_PID, process.pid, flags) and time.monotonic() < deadline:
         time.sleep(0.02)
+        if (now := progress(process.pid)) != before or now[0] != "S":
+            deadline, before = time.monotonic() + SECONDS_WAITING, now
     # What the test program may have left running is ended with it: its own session, nobody else's.
     os.killpg(process.pid, signal.SIGKILL)
     _, status, usage = os.wait4(process.pid, 0)
