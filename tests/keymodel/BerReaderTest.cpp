@@ -56,6 +56,7 @@ Bytes indefinite(const Bytes& inside) {
 TEST(BerReader, TakesLengthsOfOneTwoAndThreeBytes) {
     EXPECT_EQ(contentOf({0x04, 0x02, 0xaa, 0xbb}), (Bytes{0xaa, 0xbb}));
     EXPECT_EQ(contentOf({0x04, 0x81, 0x01, 0xaa}), Bytes{0xaa}) << "not the shortest";
+    EXPECT_EQ(contentOf({0x04, 0x81, 0x00}), Bytes{}) << "nothing follows";
     EXPECT_EQ(contentOf({0x04, 0x82, 0x00, 0x01, 0xaa}), Bytes{0xaa});
     Bytes longer(4 + 0x102, 0xcc);
     std::ranges::copy(Bytes{0x04, 0x82, 0x01, 0x02}, longer.begin());

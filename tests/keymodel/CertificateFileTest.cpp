@@ -138,6 +138,16 @@ TEST(DerOf, ReturnsShortSequencesAsTheyAre) {
     EXPECT_EQ(derOf({0x30}), Bytes{0x30});
 }
 
+TEST(DerOf, TellsDerByItsFirstTwoBytes) {
+    const std::string pem = toPem(otherDer);
+    for (const std::string start : {"\x30\x80", "\x30\x82\x01", "\x30\xff"}) {
+        EXPECT_EQ(derOfText(start + "\n" + pem), bytesOf(start + "\n" + pem));
+    }
+    for (const std::string start : {"0", "0\n", "01", "1\x82", "\x82\x30", "0a\x82"}) {
+        EXPECT_EQ(derOfText(start + "\n" + pem), otherDer) << start;
+    }
+}
+
 TEST(DerOf, LeavesTheErrorsThatOpenSslHadQueued) {
     ERR_clear_error();
     ERR_raise(ERR_LIB_USER, 1);

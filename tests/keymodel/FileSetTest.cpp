@@ -63,6 +63,8 @@ TEST_F(FileSet, ShowsItsMembersThroughReflection) {
     EXPECT_EQ(&type, Zell::registeredType("Vestrel::FileSetPerDescription"));
     ASSERT_EQ(type.collections().size(), 1U);
     EXPECT_STREQ(type.collections()[0].name, "filePath");
+    const std::vector<std::string> operations(type.operations().begin(), type.operations().end());
+    EXPECT_EQ(operations, (std::vector<std::string>{"filePathIs", "filePathDel"}));
     std::vector<std::string> seen;
     type.collections()[0].forEach(files.get(), [&](const Orvo::String& key, const Orvo::Value& v) {
         EXPECT_EQ(std::get<Orvo::String>(v), key);

@@ -234,6 +234,10 @@ TEST_F(KeyColl, ShowsItsMapsThroughReflection) {
     }
     EXPECT_EQ(seen,
               (std::vector<std::string>{"key:42", "descriptionToFile:d", "fileToDescription:/a"}));
+    const std::vector<std::string> operations(type.operations().begin(), type.operations().end());
+    EXPECT_EQ(operations, (std::vector<std::string>{"keyIs", "keyDel", "descriptionToFileIs",
+                                                    "descriptionToFileDel", "fileToDescriptionIs",
+                                                    "fileToDescriptionDel"}));
 }
 
 TEST_F(KeyColl, GivesAllItsMemoryBack) {

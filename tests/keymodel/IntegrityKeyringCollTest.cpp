@@ -76,6 +76,8 @@ TEST_F(KeyringColl, ShowsItsKeyringsThroughReflection) {
     EXPECT_EQ(&type, Zell::registeredType("Vestrel::IntegrityKeyringColl"));
     ASSERT_EQ(type.collections().size(), 1U);
     EXPECT_STREQ(type.collections()[0].name, "keyring");
+    const std::vector<std::string> operations(type.operations().begin(), type.operations().end());
+    EXPECT_EQ(operations, (std::vector<std::string>{"keyringIs", "keyringDelAll"}));
     std::vector<std::string> names;
     type.collections()[0].forEach(
         coll.get(), [&](const Orvo::String& name, const Orvo::Value& value) {

@@ -8,7 +8,11 @@
 #include <sys/inotify.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <regex>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace Vestrel::Tests {
 
@@ -145,11 +149,79 @@ TEST_F(Counters, NameWhyAWatchCouldNotBeOpened) {
     EXPECT_EQ(ima().lastFailure, "inotify_add_watch: No space left on device");
 }
 
+TEST_F(Counters, NameTheCallThatFailedAndWhy) {
+    const auto lastFailureWithout = [this](const char* call, int error) {
+        stop();
+        calls.failNext(call, error);
+        start();
+        return ima().lastFailure;
+    };
+    EXPECT_EQ(lastFailureWithout("inotify_init1", EMFILE), "inotify_init1: Too many open files");
+    EXPECT_EQ(lastFailureWithout("pipe2", ENFILE), "pipe2: Too many open files in system");
+    EXPECT_EQ(lastFailureWithout("ioctl", ENOMEM),
+              "ioctl IOC_WATCH_QUEUE_SET_SIZE: Cannot allocate memory");
+    stop();
+    keys.failNext("keyctl_watch_key", EDQUOT);
+    start();
+    EXPECT_EQ(ima().lastFailure, "keyctl_watch_key: Disk quota exceeded");
+    stop();
+    keys.failNext("find_key_by_type_and_desc", ENOKEY);
+    start();
+    EXPECT_EQ(ima().lastFailure, "find_key_by_type_and_desc: Required key not available");
+}
+
+TEST_F(Counters, NameWhyAKeyCouldNotBeUnlinked) {
+    put("file", "text");
+    dispatch();
+    keys.failNext("keyctl_unlink", EACCES);
+    std::filesystem::remove(file("file"));
+    dispatch();
+    EXPECT_EQ(ima().lastFailure, "keyctl_unlink: Permission denied");
+    EXPECT_EQ(ima().unlinks, 0);
+}
+
+TEST_F(Counters, LeaveTheErrorNumberToWhoeverReportsTheFailure) {
+    errno = 0;
+    ima().failureIs("call", ENOSPC);
+    EXPECT_EQ(errno, ENOSPC);
+}
+
 TEST_F(Counters, AreReadThroughTheirTypeTable) {
+    const Zell::TypeData* const type = Zell::registeredType("Vestrel::KeyringCounters");
+    ASSERT_NE(type, nullptr);
+    KeyringCounters counters;
+    counters.loads = 1;
+    counters.refusals = 2;
+    counters.unlinks = 3;
+    counters.notifications = 4;
+    counters.notificationsLost = 5;
+    counters.overflows = 6;
+    counters.upsets = 7;
+    counters.lastFailureTime = "time";
+    counters.lastFailure = "failure";
+    std::vector<std::pair<std::string, Orvo::Value>> read;
+    for (std::size_t i = 0; i < type->attributes().size(); ++i) {
+        read.emplace_back(type->attributes()[i].name, type->value(&counters, i));
+    }
+    const auto number = [](std::int64_t value) { return Orvo::Value(value); };
+    EXPECT_EQ(read, (std::vector<std::pair<std::string, Orvo::Value>>{
+                        {"loads", number(1)},
+                        {"refusals", number(2)},
+                        {"unlinks", number(3)},
+                        {"notifications", number(4)},
+                        {"notificationsLost", number(5)},
+                        {"overflows", number(6)},
+                        {"upsets", number(7)},
+                        {"lastFailureTime", Orvo::Value(Orvo::String("time"))},
+                        {"lastFailure", Orvo::Value(Orvo::String("failure"))}}));
+    ASSERT_EQ(type->collections().size(), 1U);
+    EXPECT_STREQ(type->collections()[0].name, "refused");
+}
+
+TEST_F(Counters, ShowRefusedFilesThroughTheirTypeTable) {
     ima().refusalIs("/a", "reason");
     const Zell::TypeData* const type = Zell::registeredType("Vestrel::KeyringCounters");
     ASSERT_NE(type, nullptr);
-    EXPECT_EQ(type->value(&ima(), 1), Orvo::Value(std::int64_t{1}));
     int refused = 0;
     type->collections().at(0).forEach(&ima(), [&](const Orvo::String& name, const auto& value) {
         ++refused;

@@ -5,7 +5,9 @@ Nothing here parses C++: a fault that does not compile is found out by the compi
 preprocessor lines and static assertions are left alone, since no test could tell.
 """
 
+import collections
 import dataclasses
+import hashlib
 import re
 
 
@@ -31,6 +33,13 @@ class Mutant:
         before = source[first:last]
         after = source[first : self.start] + self.text + source[self.end : last]
         return " ".join(before.split()), " ".join(after.split())
+
+    def key(self, name, source):
+        """The same for as long as the code around it is: its function, or its declarations."""
+        start, end = surroundings(source, self.start, self.end)
+        before, after = source[start : self.start], source[self.end : end]
+        parts = [name, plain(before), self.text, plain(after)]
+        return hashlib.sha256("\0".join(parts).encode()).hexdigest()
 
 
 # A comment, a raw or ordinary string, a character, a digit separator's number.
@@ -62,6 +71,19 @@ def code_of(source):
         return text[0] + "_" * (len(text) - 2) + text[-1]
 
     return UNTESTABLE.sub(blanked, TOKENS.sub(hide, source))
+
+
+def surroundings(source, start, end):
+    """From one line that begins outside of all braces, behind a blank line, to the next."""
+    starts = [match.end() for match in re.finditer(r"\n\n(?=[^\s])", source)]
+    first = max([0, *(at for at in starts if at <= start)])
+    return first, min([len(source), *(at for at in starts if at >= end)])
+
+
+def plain(text):
+    """Without comments, blanks counting once."""
+    text = TOKENS.sub(lambda match: "" if match["comment"] else match.group(), text)
+    return " ".join(text.split())
 
 
 SWAPPED = [
@@ -181,19 +203,53 @@ DECLARATION = re.compile(
 )
 
 
-def drops(code):
+def drops(code, bodies):
     for (start, end), _ in statements(code):
-        if not DECLARATION.match(code, start, end):
+        if is_inside(bodies, start, end) and not DECLARATION.match(code, start, end):
             yield Mutant("drop", start, end, ";")
     for match in re.finditer(r"\breturn;", code):
         yield Mutant("drop", match.start(), match.end(), ";")
 
 
-def reorders(source, code):
-    """Two statements that follow each other, the other way round."""
+# A declaration, or an assignment that calls nothing; its name is that of what is written.
+PLAIN_WRITE = re.compile(
+    r"(?:[\w:<>*&]+ )*[*&]?(?P<name>[\w.>-]+)(?: = (?P<value>(?:[^()\[\]+-]|->)*))?;"
+)
+MAKES = re.compile(r"const [^=]*;")  # what has no value and never gets one works by being made
+
+
+def independent(first, second):
+    """Whether nobody can tell which of two statements was first: each writes what the other leaves
+    alone, and one of them does nothing else."""
+    writes = [PLAIN_WRITE.fullmatch(" ".join(text.split())) for text in (first, second)]
+    if not any(writes) or MAKES.match(first) or MAKES.match(second):
+        return False
+    names = [write["name"] if write else None for write in writes]
+    return not any(
+        name and re.search(rf"(?<![\w.]){re.escape(name)}\b", other)
+        for name, other in zip(names, (second, first))
+    ) and (all(writes) or any(write and write["value"] is None for write in writes))
+
+
+MEMBER = re.compile(r"(?!static\b)[^()=]*\b\w+_(?: = .*|\{.*)?;", re.DOTALL)
+
+
+def is_inside(bodies, start, end):
+    return any(opening <= start and end <= close for opening, close in bodies)
+
+
+def reorders(source, code, bodies):
+    """Two statements that follow each other, the other way round. Outside of functions only the
+    members of classes have an order that counts, that of their making and of their end."""
     found = list(statements(code))
     for ((start, end), indent), ((following, last), other) in zip(found, found[1:]):
         if indent == other and not code[end:following].strip():
+            first, second = code[start:end], code[following:last]
+            if is_inside(bodies, start, last):
+                if independent(first, second):
+                    continue
+            elif not (MEMBER.fullmatch(first) and MEMBER.fullmatch(second)):
+                continue
             text = source[following:last] + source[end:following] + source[start:end]
             yield Mutant("order", start, last, text)
 
@@ -212,6 +268,9 @@ def arguments(code, opening, end):
     return spans
 
 
+# Calls whose arguments mean the same in either order.
+SYMMETRIC = re.compile(r"\b(?:equal|same|min|max)$")
+
 # "Type& name", as a function's own parameter.
 PARAMETER = re.compile(r"\w>?[&*]* [&*]?\w+$")
 
@@ -221,6 +280,8 @@ def operands(source, code):
     for match in re.finditer(r"(?<=\w)\(", code):
         opening, end = match.start(), closing(code, match.start())
         if end == -1 or re.search(r"\b(?:if|for|while|switch|catch)[ ]?$", code[:opening]):
+            continue
+        if SYMMETRIC.search(code[:opening]):
             continue
         spans = [trimmed(code, span) for span in arguments(code, opening, end)]
         if any(PARAMETER.search(code[slice(*span)]) for span in spans):
@@ -242,16 +303,69 @@ def trimmed(code, span):
     return start, end
 
 
+# What stands before a brace that is no function's, but may have functions inside.
+TRANSPARENT = re.compile(
+    r"(?:template\b.*>\s*)?(?:inline\s+)?(?:namespace|class|struct|extern)\b[^()]*", re.DOTALL
+)
+
+
+def functions(code):
+    """What stands before the brace of every function, and the span between its braces."""
+    start, at = 0, 0
+    while at < len(code):
+        char = code[at]
+        if char == "(":
+            at = max(closing(code, at), at)
+        elif char in ";}":
+            start = at + 1
+        elif char == "{":
+            end, head = closing(code, at), code[start:at]
+            if end == -1:
+                return
+            if TRANSPARENT.fullmatch(head.strip()):
+                start = at + 1
+            elif re.search(r"(?:\w|=\s*)$", head):
+                at = end  # an initialiser
+            else:
+                if "(" in head:
+                    yield head, (at + 1, end)
+                at, start = end, end + 1
+        at += 1
+
+
+def function_bodies(code):
+    return [span for _, span in functions(code)]
+
+
+def name_of(head):
+    """The function's own name, of what stands before its brace."""
+    return re.search(r"(?P<name>~?\w+|operator[^(]*)\s*\(", head)["name"]
+
+
+def places(source, mutants):
+    """Where each fault is: the name of its function, if it is in one, and a number after the first
+    of several with the same lines."""
+    code = code_of(source)
+    named = [(name_of(head), *span) for head, span in functions(code)]
+    seen = collections.Counter()
+    for mutant in mutants:
+        inside = [name for name, start, end in named if start <= mutant.start < end]
+        key = (*inside, *mutant.before_and_after(source))
+        seen[key] += 1
+        yield " ".join([*inside, *([str(seen[key])] if seen[key] > 1 else [])])
+
+
 def mutants_of(source):
     """Every fault, in the order of the source, each text once."""
     code = code_of(source)
+    bodies = function_bodies(code)
     found = [
         *swaps(code),
         *conditions(source, code),
         *numbers(code),
         *texts(source, code),
-        *drops(code),
-        *reorders(source, code),
+        *drops(code, bodies),
+        *reorders(source, code, bodies),
         *operands(source, code),
     ]
     seen, result = set(), []
