@@ -7,6 +7,8 @@
 #include "syslog/IntegritySyslogSm.h"
 #include "syslog/KernelMessageCounters.h"
 
+#include <string>
+
 namespace Vestrel {
 
 namespace {
@@ -27,8 +29,10 @@ void IntegritySyslogSm::processKernelMsg(const Orvo::String& message) {
         return;
     }
     ++KernelMessageCounters::counters().matches;
-    log(logHandles.VESTREL_INTEGRITY, auditType, (*groups)[causeGroup], (*groups)[fileGroup],
-        (*groups)[commandGroup]);
+    const std::string cause((*groups)[causeGroup]);
+    const std::string file((*groups)[fileGroup]);
+    const std::string command((*groups)[commandGroup]);
+    log(logHandles.VESTREL_INTEGRITY, auditType, cause, file, command);
 }
 
 } // namespace Vestrel

@@ -106,6 +106,7 @@ std::string_view lineIn(std::vector<char>& memory, const LogDescriptor& descript
     const std::size_t longest =
         name.size() + nameEnd.size() + longestText(format, arguments) + lineEnd.size();
     if (memory.size() < longest) {
+        memory.clear(); // nothing of it is needed
         memory.resize(longest);
     }
     char* place = put(memory.data(), name);
@@ -229,14 +230,20 @@ void LogFacility::log(const LogDescriptor& descriptor, std::span<const Orvo::Str
     // Taken out meanwhile, since a sink may raise a message itself.
     std::vector<char> memory = std::exchange(mine.line, {});
     deliver(mine, {descriptor, arguments, lineIn(memory, descriptor, arguments)});
-    if (memory.size() <= mostKept) {
+    if (memory.capacity() <= mostKept) {
         mine.line = std::move(memory);
     }
 }
 
+std::string_view LogMessage::withoutEnd() const noexcept {
+    return {line.data(), line.size() - (line.ends_with(lineEnd) ? lineEnd.size() : 0)};
+}
+
 std::string_view LogMessage::text() const noexcept {
-    const std::size_t before = std::string_view(descriptor.name).size() + nameEnd.size();
-    return line.substr(before, line.size() - before - lineEnd.size());
+    std::string_view text = withoutEnd();
+    text.remove_prefix(
+        std::min(text.size(), std::string_view(descriptor.name).size() + nameEnd.size()));
+    return text;
 }
 
 std::string formatted(const char* format, std::span<const Orvo::String> arguments) {

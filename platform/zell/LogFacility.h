@@ -23,7 +23,8 @@ struct VESTREL_EXPORT LogMessage {
     std::span<const Orvo::String> arguments; // empty in a report of suppressed messages
     std::string_view line;                   // the name, ": ", the text and a line end
 
-    // Formatted, without the name.
+    // The line without its end, and without the name as well.
+    std::string_view withoutEnd() const noexcept;
     std::string_view text() const noexcept;
 };
 

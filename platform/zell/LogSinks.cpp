@@ -24,10 +24,6 @@ constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr const char* journalSocket = "/run/systemd/journal/socket";
 constexpr const char* syslogSocket = "/dev/log";
 
-std::string_view withoutEnd(std::string_view line) {
-    return line.substr(0, line.size() - 1);
-}
-
 bool exists(const char* path) {
     return access(path, F_OK) == 0;
 }
@@ -70,7 +66,7 @@ void lineToStderr(std::string_view line) {
 }
 
 void toStderr(const LogMessage& message) {
-    if (isOneLine(withoutEnd(message.line))) {
+    if (isOneLine(message.withoutEnd())) {
         lineToStderr(message.line);
     } else {
         lineToStderr(logLine(message) + '\n');
@@ -80,7 +76,7 @@ void toStderr(const LogMessage& message) {
 } // namespace
 
 std::string logLine(const LogMessage& message) {
-    return oneLine(withoutEnd(message.line));
+    return oneLine(message.withoutEnd());
 }
 
 std::string messageId(std::string_view name) {

@@ -8,6 +8,8 @@
 #include <array>
 #include <cstddef>
 #include <set>
+#include <stdexcept>
+#include <string>
 
 namespace Vestrel::Tests {
 
@@ -162,6 +164,50 @@ TEST_F(LogDelivery, HandsRecordArgumentsAndTextToTheSink) {
     handle(firstRecord).log(logString({"one", "two", "three"}));
     EXPECT_EQ(seen, (Messages{"one two", "one", "two", "three"}));
     EXPECT_EQ(Zell::LogFacility::messages(), before + 1);
+}
+
+// Raises further messages, longer and shorter ones, before it looks at its own.
+TEST_F(LogDelivery, LeavesAMessageAloneWhileItsSinkRaisesOthers) {
+    auto inner = handle(secondRecord);
+    std::vector<std::string> lines;
+    Zell::LogFacility::sinkIs([&](const Zell::LogMessage& message) {
+        if (&message.descriptor == &firstRecord) {
+            inner.log(logString({std::string(5000, 'l'), "longer"}));
+            inner.log(logString({"s", "h"}));
+        }
+        lines.emplace_back(message.line);
+    });
+    auto outer = handle(firstRecord);
+    for (int i = 0; i < 2; ++i) {
+        lines.clear();
+        outer.log(logString({"outer", "message"}));
+        EXPECT_EQ(lines, (Messages{"SECOND: " + std::string(5000, 'l') + " longer\n",
+                                   "SECOND: s h\n", "FIRST: outer message\n"}));
+    }
+}
+
+TEST_F(LogDelivery, GoesOnAfterASinkThatThrew) {
+    auto mine = handle(firstRecord);
+    mine.log(logString({"a longer", "message"}));
+    std::vector<std::string> lines;
+    Zell::LogFacility::sinkIs([&](const Zell::LogMessage& message) {
+        lines.emplace_back(message.line);
+        throw std::runtime_error("full");
+    });
+    EXPECT_THROW(mine.log(logString({"one", "two"})), std::runtime_error);
+    EXPECT_THROW(mine.log(logString({"three", ""})), std::runtime_error);
+    EXPECT_EQ(lines, (Messages{"FIRST: one two\n", "FIRST: three \n"}));
+}
+
+TEST_F(LogDelivery, TellsTextAndLineOfAHostsOwnMessage) {
+    const Zell::LogMessage whole{firstRecord, {}, "FIRST: text\n"};
+    EXPECT_EQ(whole.withoutEnd(), "FIRST: text");
+    EXPECT_EQ(whole.text(), "text");
+    const Zell::LogMessage open{firstRecord, {}, "FIRST: text"};
+    EXPECT_EQ(open.withoutEnd(), "FIRST: text");
+    EXPECT_EQ(open.text(), "text");
+    EXPECT_EQ((Zell::LogMessage{firstRecord, {}, "FIR"}).text(), "");
+    EXPECT_EQ((Zell::LogMessage{firstRecord, {}, {}}).withoutEnd(), "");
 }
 
 TEST_F(LogDelivery, KeepsNothingOfAnEarlierMessage) {

@@ -28,6 +28,7 @@ protected:
         Zell::LogFacility::clockIs([this] { return now; });
         Zell::LogFacility::defaultLimitIs({});
         Zell::LogFacility::sinkIs([this](const Zell::LogMessage& message) {
+            EXPECT_TRUE(message.line.ends_with('\n'));
             messages.push_back(Zell::logLine(message));
         });
     }

@@ -238,6 +238,11 @@ TEST(AppraisalSearch, FindsNothingInEveryShorterOrDamagedRecord) {
         std::string shorter = record;
         shorter.erase(place, 1);
         EXPECT_TRUE(searchesAgree(shorter)) << place;
+        for (const char other : {'x', ' ', '7', '"'}) {
+            std::string changed = record;
+            changed[place] = other;
+            EXPECT_TRUE(searchesAgree(changed)) << other << " at " << place;
+        }
         EXPECT_FALSE(matches(record.substr(0, place))) << place;
         EXPECT_FALSE(matches(record.substr(place + 1))) << place;
     }
