@@ -12,12 +12,14 @@
 . "$(dirname "$0")/service-confined.sh"
 # shellcheck source=tests/kernel/guest/service-keys.sh
 . "$(dirname "$0")/service-keys.sh"
+# shellcheck source=tests/kernel/guest/service-follow.sh
+. "$(dirname "$0")/service-follow.sh"
 # shellcheck source=tests/kernel/guest/service-appraisal.sh
 . "$(dirname "$0")/service-appraisal.sh"
 # shellcheck source=tests/kernel/guest/service-life.sh
 . "$(dirname "$0")/service-life.sh"
 
-stepsPlanned=$((1 + confinedSteps + keySteps + appraisalSteps + lifeSteps))
+stepsPlanned=$((1 + confinedSteps + keySteps + followSteps + appraisalSteps + lifeSteps))
 
 showStart() {
     run "systemctl show -p Type -p ActiveState -p SubState -p UnitFileState -p NRestarts $unit"
@@ -44,6 +46,7 @@ tellAll() {
     tell showStart "The agent is running, and was ready before the system came up"
     tellConfined
     tellKeys
+    tellFollow
     tellAppraisal
     tellLife
     printf '\n%s%d of %d steps hold%s\n' "$bold" $stepsHold $stepsPlanned "$plain"
