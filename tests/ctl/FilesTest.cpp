@@ -106,6 +106,15 @@ TEST_F(CtlFiles, CheckHasARowForEachFileAndTheGravestStatus) {
     EXPECT_EQ(rows[1].at("keyring"), ".ima");
 }
 
+TEST_F(CtlFiles, CheckNamesTheKeyAndItsFilesWhereTheVerdictIsUnknown) {
+    const std::string twin = inPlace("twin", certificate_);
+    const Ran ran = ctl({"check", ".ima", files_.write("good", certificate_)});
+    EXPECT_EQ(ran.status, 4);
+    EXPECT_THAT(ran.out, HasSubstr("good: unknown (unverifiable-signature)"));
+    EXPECT_THAT(ran.out, HasSubstr("; the description of its key: \"" + description_ + "\"; " +
+                                   twin + " carries the same key"));
+}
+
 TEST_F(CtlFiles, CheckTakesTheKeyringWithoutItsDot) {
     const Ran ran = ctl({"check", "builtin_trusted_keys", files_.write("good", certificate_)});
     EXPECT_EQ(ran.status, 3);
