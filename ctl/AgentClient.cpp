@@ -16,7 +16,6 @@ namespace Vestrel {
 
 namespace {
 
-constexpr time_t patienceSeconds = 10;
 constexpr int mostLevels = 16; // of an answer, far beyond what an agent sends
 constexpr std::size_t maxAnswer = std::size_t{16} * 1024 * 1024; // the same
 
@@ -24,23 +23,20 @@ constexpr std::size_t maxAnswer = std::size_t{16} * 1024 * 1024; // the same
     throw std::runtime_error("the agent does not answer: " + what);
 }
 
-void patienceIs(int socket) {
-    const timeval patience{patienceSeconds, 0};
-    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-}
-
-std::string cause() {
-    return errno == EAGAIN ? "nothing came within 10 seconds" : std::strerror(errno);
+void patienceIs(int socket, std::chrono::seconds patience) {
+    const timeval limit{patience.count(), 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
 } // namespace
 
-AgentClient::AgentClient() : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+AgentClient::AgentClient(std::chrono::seconds patience)
+    : patience_(patience), socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, agentSocket, sizeof address.sun_path - 1);
-    patienceIs(socket_.get()); // connecting waits, too
+    patienceIs(socket_.get(), patience_); // connecting waits, too
     if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == -1) {
         throw NoAgent(std::string("no agent at ") + agentSocket + ": " + cause());
     }
@@ -91,6 +87,15 @@ std::string AgentClient::line() {
     std::string line = received_.substr(0, received_.find('\n'));
     received_.erase(0, line.size() + 1);
     return line;
+}
+
+std::string AgentClient::cause() const {
+    if (errno != EAGAIN) {
+        return std::strerror(errno);
+    }
+    const auto seconds = patience_.count();
+    return "nothing came within " + std::to_string(seconds) +
+           (seconds == 1 ? " second" : " seconds");
 }
 
 } // namespace Vestrel

@@ -5,6 +5,7 @@
 #include "ctl/Output.h"
 #include "platform/zell/OwnedFd.h"
 
+#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -19,17 +20,21 @@ public:
 
 class AgentClient {
 public:
-    // Connects. Throws NoAgent.
-    AgentClient();
+    static constexpr std::chrono::seconds longPatience{10};
 
-    // The parameters of the answer. Throws std::runtime_error when the agent does not answer within
-    // ten seconds, ends the connection, or answers with an error.
+    // Connects. Throws NoAgent.
+    explicit AgentClient(std::chrono::seconds patience = longPatience);
+
+    // The parameters of the answer. Throws std::runtime_error when the agent does not answer in
+    // that time, ends the connection, or answers with an error.
     Json ask(std::string_view method, const Json& parameters = Json::object());
 
 private:
     void send(std::string_view bytes) const;
     std::string line();
+    std::string cause() const;
 
+    std::chrono::seconds patience_;
     Zell::OwnedFd socket_;
     std::string received_;
 };

@@ -55,6 +55,9 @@ std::string lineOf(const Json& row) {
         line += " as \"" + text("description") + "\"";
     }
     line += ": " + text("explanation");
+    if (text("verdict") == nameOf(Verdict::unknown) && !text("description").empty()) {
+        line += "; the description of its key: \"" + text("description") + "\"";
+    }
     if (row.at("inKeyring").get<bool>()) {
         line += "; a key of its description is in " + text("keyring") + " already";
     }

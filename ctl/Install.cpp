@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrelctl install: puts certificates into a keyring's directory and waits for their keys.
+#include "ctl/AgentRecord.h"
 #include "ctl/DiagnosisText.h"
 #include "ctl/DirectoryFile.h"
 #include "ctl/Keyrings.h"
@@ -102,21 +103,46 @@ bool isNew(key_serial_t key, const Installation& installation) {
     return std::ranges::find(installation.earlier, key) == installation.earlier.end();
 }
 
-void awaitKey(Installation& installation, const Options& options) {
-    const bool isLoaded = holdsWithin(options.wait, [&] {
-        const auto keys = keysOf(options.keyring, installation.diagnosis.description);
-        return std::ranges::any_of(keys, [&](auto key) { return isNew(key, installation); });
-    });
-    if (isLoaded) {
-        installation.outcome = "loaded";
-        return;
+bool isLoaded(const Installation& installation, const std::string& keyring) {
+    const auto keys = keysOf(keyring, installation.diagnosis.description);
+    return std::ranges::any_of(keys, [&](auto key) { return isNew(key, installation); });
+}
+
+std::string whyNoKeyCame(const FileRecord& record, const Finding& finding) {
+    if (!record.noAgent().empty()) {
+        return record.noAgent() + "; the file is in place, but nothing loads it until one runs";
     }
-    installation.outcome = "not-loaded";
-    installation.status = ExitStatus::late;
-    installation.problem = "no key of it came; is vestrel-agent running?";
-    if (installation.diagnosis.finding.verdict == Verdict::unknown) {
-        installation.problem +=
-            " Or the kernel refused it: " + installation.diagnosis.finding.explanation;
+    if (record.refusal().empty()) {
+        return "no key of it came in time" +
+               (record.silence().empty() ? "" : "; " + record.silence());
+    }
+    const std::string doubt =
+        finding.verdict == Verdict::unknown ? "; check could not know: " + finding.explanation : "";
+    return "the agent says that it was refused: " + record.refusal() + doubt;
+}
+
+void awaitKey(Installation& installation, const Options& options, FileRecord& record) {
+    const auto isOver = [&] {
+        record.update(); // first, so that the last deed of an agent that ends is seen
+        if (isLoaded(installation, options.keyring)) {
+            installation.outcome = "loaded";
+        }
+        return !installation.outcome.empty() || !record.noAgent().empty() ||
+               !record.refusal().empty();
+    };
+    holdsWithin(options.wait, isOver);
+    if (installation.outcome.empty()) {
+        installation.outcome = "not-loaded";
+        installation.status = ExitStatus::late;
+        installation.problem = whyNoKeyCame(record, installation.diagnosis.finding);
+    }
+}
+
+void writeAndAwait(Installation& installation, const Options& options) {
+    FileRecord record(options.keyring, installation.path); // as it is before the file is there
+    write(installation, options.keyring);
+    if (installation.outcome.empty()) {
+        awaitKey(installation, options, record);
     }
 }
 
@@ -124,11 +150,13 @@ void carriedOut(Installation& installation, const Options& options) {
     if (!mayBeInstalled(installation)) {
         return;
     }
+    if (options.wait != 0) {
+        writeAndAwait(installation, options);
+        return;
+    }
     write(installation, options.keyring);
-    if (installation.outcome.empty() && options.wait == 0) {
+    if (installation.outcome.empty()) {
         installation.outcome = "written";
-    } else if (installation.outcome.empty()) {
-        awaitKey(installation, options);
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrelctl remove: takes certificates out of a keyring's directory and waits for their keys to
 // go.
+#include "ctl/AgentRecord.h"
 #include "ctl/DirectoryFile.h"
 #include "ctl/Keyrings.h"
 #include "ctl/Verbs.h"
@@ -54,14 +55,23 @@ void noteWhyTheKeyStays(Removal& removal, const Options& options, const Surround
 }
 
 void awaitAbsence(Removal& removal, const Options& options) {
-    const auto isGone = [&] { return keysOf(options.keyring, removal.description).empty(); };
-    if (holdsWithin(options.wait, isGone)) {
-        removal.outcome = "unlinked";
-        return;
+    std::string noAgent;
+    const auto isOver = [&] {
+        noAgent = noAgentReason(); // first, so that the last deed of an agent that ends is seen
+        if (keysOf(options.keyring, removal.description).empty()) {
+            removal.outcome = "unlinked";
+        }
+        return !removal.outcome.empty() || !noAgent.empty();
+    };
+    holdsWithin(options.wait, isOver);
+    if (removal.outcome.empty()) {
+        removal.outcome = "not-unlinked";
+        removal.status = ExitStatus::late;
+        removal.explanation =
+            "its key is still in " + options.keyring +
+            (noAgent.empty() ? ""
+                             : "; " + noAgent + ", and one that starts keeps keys without a file");
     }
-    removal.outcome = "not-unlinked";
-    removal.status = ExitStatus::late;
-    removal.explanation = "its key is still in " + options.keyring + "; is vestrel-agent running?";
 }
 
 void carriedOut(Removal& removal, const Options& options) {

@@ -3,6 +3,7 @@
 #include "ctl/State.h"
 
 #include "ctl/AgentClient.h"
+#include "ctl/AgentRecord.h"
 #include "keyring/IntegrityKeyringSm.h"
 
 #include <algorithm>
@@ -16,11 +17,6 @@ namespace {
 constexpr const char* inStep = "in step";
 constexpr const char* notOnRecord = "not on record";
 constexpr const char* gone = "gone";
-
-Json member(const Json& object, const std::string& name) {
-    const auto found = object.is_object() ? object.find(name) : object.end();
-    return found == object.end() ? Json() : *found;
-}
 
 std::vector<std::string> carriers(const KeyringSurvey& survey, const std::string& description) {
     std::vector<std::string> files;
@@ -58,7 +54,7 @@ State::State() {
 }
 
 Json State::counters(const std::string& keyring) const {
-    return member(member(member(status_, "counters"), "keyrings"), keyring);
+    return countersOf(status_, keyring);
 }
 
 Json State::watcher(const std::string& keyring) const {
@@ -129,7 +125,6 @@ void State::filesAdd(const KeyringSurvey& survey, std::vector<FileRow>& rows) co
 FileRow State::fileRow(const KeyringSurvey& survey, const std::string& path) const {
     const auto found = survey.files.find(path);
     const Json recorded = member(record(survey.keyringName, "fileToDescription"), path);
-    const Json refusal = member(member(counters(survey.keyringName), "refused"), path);
     FileRow row{survey.keyringName, path, "", 0, "", ""};
     if (found != survey.files.end()) {
         row.description = found->second;
@@ -137,7 +132,7 @@ FileRow State::fileRow(const KeyringSurvey& survey, const std::string& path) con
         row.description = recorded;
     }
     row.key = keyOf(survey, row.description);
-    row.reason = refusal.is_string() ? refusal.get<std::string>() : "";
+    row.reason = refusalOf(counters(survey.keyringName), path);
     if (!hasAgent()) {
         return row;
     }

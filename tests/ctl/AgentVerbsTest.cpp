@@ -3,6 +3,7 @@
 // they say of keyrings is shown on the real kernel.
 #include "survey/AgentSocket.h"
 #include "tests/agent/AgentProcess.h"
+#include "tests/ctl/Impostor.h"
 #include "tests/ctl/Ran.h"
 #include "tests/support/Shell.h"
 
@@ -10,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <algorithm>
 #include <array>
@@ -18,7 +18,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 namespace Vestrel::Tests {
 
@@ -41,43 +40,6 @@ protected:
         return *std::ranges::find_if(
             rows, [&](const nlohmann::json& each) { return each["keyring"] == keyring; });
     }
-};
-
-// Answers every line of its first client with the same text, or ends the connection.
-class Impostor {
-public:
-    explicit Impostor(std::string answer) : answer_(std::move(answer)) {
-        listens(socket_.get());
-        thread_ = std::thread([this] { serve(); });
-    }
-
-    ~Impostor() { thread_.join(); }
-
-    Impostor(const Impostor&) = delete;
-    Impostor& operator=(const Impostor&) = delete;
-
-    // Takes the agent's place.
-    static void listens(int socket) {
-        fs::create_directories(agentSocketDirectory);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::string(agentSocket).copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(socket, 1), 0);
-    }
-
-private:
-    void serve() const {
-        const Zell::OwnedFd client(accept(socket_.get(), nullptr, nullptr));
-        std::array<char, 4096> request{};
-        while (recv(client.get(), request.data(), request.size(), 0) > 0 && !answer_.empty()) {
-            ::send(client.get(), answer_.data(), answer_.size(), MSG_NOSIGNAL);
-        }
-    }
-
-    std::string answer_;
-    Zell::OwnedFd socket_{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-    std::thread thread_;
 };
 
 TEST_F(AgentVerbs, StatusWithoutAnAgentSaysSoAndIsNotHealthy) {
@@ -231,7 +193,7 @@ TEST_F(AgentVerbs, ShowNamesOfAnyBytesAsTheyAre) {
 TEST_F(AgentVerbs, DoNotBelieveWhateverAnswers) {
     const std::string deep = std::string(100000, '[') + "\n";
     for (const char* const answer : {"garbage\n", "[]\n", "{}\n", "", deep.c_str()}) {
-        const Impostor impostor(answer);
+        const Impostor impostor({answer});
         const Ran ran = ctl({"resync"});
         EXPECT_EQ(ran.status, 1) << answer;
         EXPECT_THAT(ran.err, HasSubstr("the agent does not answer: ")) << answer;
@@ -260,7 +222,7 @@ TEST_F(AgentVerbs, KeysAndFilesShowWhatIsGone) {
         {"key", {{"1", {{"serial", 1}, {"description", "lost"}, {"type", "asymmetric"}}}}},
         {"fileToDescription", {{"/etc/keys/ima/lost", "lost"}}}};
     for (const char* const verb : {"keys", "files"}) {
-        const Impostor impostor(answer.dump() + "\n");
+        const Impostor impostor({answer.dump() + "\n"});
         const Ran ran = ctl({verb, ".ima", "--json"});
         EXPECT_EQ(ran.status, 0) << ran.err;
         EXPECT_EQ(row(ran.json()[verb], ".ima")["description"], "lost");
@@ -270,7 +232,7 @@ TEST_F(AgentVerbs, KeysAndFilesShowWhatIsGone) {
 }
 
 TEST_F(AgentVerbs, NameTheErrorOfTheAgent) {
-    const Impostor impostor("{\"error\":\"MethodNotFound\",\"parameters\":{}}\n");
+    const Impostor impostor({"{\"error\":\"MethodNotFound\",\"parameters\":{}}\n"});
     const Ran ran = ctl({"resync"});
     EXPECT_EQ(ran.status, 1);
     EXPECT_THAT(ran.err, HasSubstr("the agent refuses Resync: \"MethodNotFound\""));

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// check, install, remove and plan beside the model of the key service. What takes a kernel that
-// judges certificates, or an agent, is in the cases of tests/kernel.
+// check, install, remove and plan beside the model of the key service and an agent's answers. What
+// takes a kernel that judges certificates, or a real agent, is in the cases of tests/kernel.
 #include "ctl/DirectoryFile.h"
 #include "keymodel/CertificateDescription.h"
+#include "tests/ctl/Impostor.h"
 #include "tests/ctl/Ran.h"
 #include "tests/fakes/KeyService.h"
 #include "tests/support/CertificateMaker.h"
@@ -50,7 +51,25 @@ protected:
         description_ = certificateDescription(der);
     }
 
-    ~CtlFiles() override { fs::remove_all("/etc/keys"); }
+    ~CtlFiles() override {
+        fs::remove_all("/etc/keys");
+        fs::remove_all(agentSocketDirectory);
+    }
+
+    // What an agent says that has refused so many files, all but the last of them others.
+    static std::string status(int refusals, const nlohmann::json& refused,
+                              const std::string& last) {
+        nlohmann::json answer;
+        answer["parameters"]["counters"]["keyrings"][".ima"] = {
+            {"refusals", refusals}, {"refused", refused}, {"lastFailure", last}};
+        return answer.dump() + "\n";
+    }
+
+    // As it says to the verb, which installs the file as "good".
+    Ran installed(const std::vector<std::string>& answers, const std::string& wait) const {
+        const Impostor agent(answers);
+        return ctl({"install", ".ima", "--wait", wait, files_.write("good", certificate_)});
+    }
 
     std::string inPlace(const std::string& name, const std::string& content) const {
         std::ofstream(directory + "/" + name, std::ios::binary) << content;
@@ -85,6 +104,15 @@ TEST_F(CtlFiles, CheckHasARowForEachFileAndTheGravestStatus) {
     EXPECT_EQ(rows[1].at("reason"), "not-a-certificate");
     EXPECT_EQ(rows[1].at("errors")[0], "Bad message");
     EXPECT_EQ(rows[1].at("keyring"), ".ima");
+}
+
+TEST_F(CtlFiles, CheckNamesTheKeyAndItsFilesWhereTheVerdictIsUnknown) {
+    const std::string twin = inPlace("twin", certificate_);
+    const Ran ran = ctl({"check", ".ima", files_.write("good", certificate_)});
+    EXPECT_EQ(ran.status, 4);
+    EXPECT_THAT(ran.out, HasSubstr("good: unknown (unverifiable-signature)"));
+    EXPECT_THAT(ran.out, HasSubstr("; the description of its key: \"" + description_ + "\"; " +
+                                   twin + " carries the same key"));
 }
 
 TEST_F(CtlFiles, CheckTakesTheKeyringWithoutItsDot) {
@@ -144,7 +172,62 @@ TEST_F(CtlFiles, InstallKeepsAFileWithAnotherKey) {
     EXPECT_EQ(contentOf(directory + "/good"), "something else");
 }
 
+const std::string none = R"({"parameters":{}})"
+                         "\n";
+const std::string placed = directory + "/good";
+const std::string reason = "Key was rejected by service";
+const std::string tooLong = "3600"; // for a test to wait it out
+
+TEST_F(CtlFiles, InstallEndsWithTheRefusalThatTheAgentTellsOf) {
+    const Ran ran = installed({status(0, nlohmann::json::object(), ""),
+                               status(1, {{placed, reason}}, placed + ": " + reason)},
+                              tooLong);
+    EXPECT_EQ(ran.status, 5);
+    EXPECT_THAT(ran.out, HasSubstr("good: not-loaded: the agent says that it was refused: " +
+                                   reason + "; check could not know: it names"));
+}
+
+TEST_F(CtlFiles, InstallSeesThatAFileIsRefusedOnceMore) {
+    const std::string last = placed + ": " + reason;
+    const Ran ran = installed(
+        {status(1, {{placed, reason}}, last), status(2, {{placed, reason}}, last)}, tooLong);
+    EXPECT_EQ(ran.status, 5);
+    EXPECT_THAT(ran.out, HasSubstr("the agent says that it was refused: " + reason));
+}
+
+TEST_F(CtlFiles, InstallIsNotMisledByEarlierRefusals) {
+    const std::string last = placed + ": " + reason;
+    const std::string before = status(1, {{placed, reason}}, last);
+    const std::string another =
+        status(2, {{placed, reason}, {"other", reason}}, "other: " + reason);
+    for (const std::string& after : {before, another}) {
+        const Ran ran = installed({before, after}, "0.05");
+        EXPECT_EQ(ran.status, 5);
+        EXPECT_THAT(ran.out, HasSubstr("good: not-loaded: no key of it came in time\n"));
+        fs::remove_all(agentSocketDirectory);
+        fs::remove(placed);
+    }
+}
+
+TEST_F(CtlFiles, InstallWithoutAnAgentSaysSoAtOnce) {
+    const Ran ran = ctl({"install", ".ima", "--wait", tooLong, files_.write("good", certificate_)});
+    EXPECT_EQ(ran.status, 5);
+    EXPECT_THAT(ran.out, HasSubstr("good: not-loaded: no agent at /run/vestrel/agent.sock: No such "
+                                   "file or directory; the file is in place, but nothing loads it "
+                                   "until one runs\n"));
+    EXPECT_EQ(contentOf(placed), certificate_);
+}
+
+TEST_F(CtlFiles, InstallSaysThatTheAgentIsMute) {
+    const Zell::OwnedFd silent(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    Impostor::listens(silent.get());
+    const Ran ran = ctl({"install", ".ima", "--wait", "0.05", files_.write("good", certificate_)});
+    EXPECT_EQ(ran.status, 5);
+    EXPECT_THAT(ran.out, HasSubstr("no key of it came in time; "));
+}
+
 TEST_F(CtlFiles, InstallIsLateWhenNoKeyComes) {
+    const Impostor agent({none});
     keys_.addKey(".ima", description_); // which was there before
     const Ran ran =
         ctl({"install", ".ima", "--wait", "0.05", "--json", files_.write("good", certificate_)});
@@ -163,7 +246,17 @@ TEST_F(CtlFiles, RemoveOfWhatHasNoKeyDoesNotWait) {
     EXPECT_THAT(namesInPlace(), testing::IsEmpty());
 }
 
+TEST_F(CtlFiles, RemoveWithoutAnAgentSaysSoAtOnce) {
+    inPlace("good", certificate_);
+    keys_.addKey(".ima", description_);
+    const Ran ran = ctl({"remove", ".ima", "good", "--wait", tooLong});
+    EXPECT_EQ(ran.status, 5);
+    EXPECT_THAT(ran.out, HasSubstr("its key is still in .ima; no agent at "));
+    EXPECT_THAT(namesInPlace(), testing::IsEmpty());
+}
+
 TEST_F(CtlFiles, RemoveIsLateWhileTheKeyStays) {
+    const Impostor agent({none});
     inPlace("good", certificate_);
     keys_.addKey(".ima", description_);
     const Ran ran = ctl({"remove", ".ima", "good", "--wait", "0.05"});

@@ -142,11 +142,17 @@ TEST_F(Ctl, InstallSaysWhenTheKernelRefusedWhatCouldNotBeKnown) {
     start();
     Bytes damaged = certificate("damaged");
     damaged.back() ^= 1U;
-    const CtlRun run = ctl("install .ima --wait 0.5 " + made("damaged.der", damaged));
-    EXPECT_EQ(run.status, 5);
-    EXPECT_TRUE(has(run, "damaged.der: not-loaded: no key of it came")) << run.output;
-    EXPECT_TRUE(has(run, "Or the kernel refused it")) << run.output;
+    for (const char* const time : {"first", "second"}) {
+        SCOPED_TRACE(time);
+        const CtlRun run = ctl("install .ima --wait 3600 " + made("damaged.der", damaged));
+        EXPECT_EQ(run.status, 5);
+        EXPECT_TRUE(has(run, "damaged.der: not-loaded: the agent says that it was refused: "))
+            << run.output;
+        EXPECT_TRUE(has(run, "; check could not know: ")) << run.output;
+    }
     EXPECT_EQ(ima_.keys().size(), 0U);
+    const std::string sound = made("damaged.der", certificate("damaged"));
+    EXPECT_EQ(ctl("install .ima " + sound).status, 0) << "whatever was refused before";
 }
 
 TEST_F(Ctl, InstallNeverReplacesAFileThatCarriesAnotherKey) {
@@ -171,9 +177,9 @@ TEST_F(Ctl, InstallRefusesNamesThatTheAgentIgnoresAndFilesThatAreInPlace) {
 TEST_F(Ctl, InstallWithoutAnAgentWritesTheFileAndSaysThatNoKeyCame) {
     fs::create_directories(directory());
     const std::string one = made("one.der", certificate("one"));
-    const CtlRun run = ctl("install .ima --wait 0.1 " + one + issuer);
+    const CtlRun run = ctl("install .ima --wait 3600 " + one + issuer);
     EXPECT_EQ(run.status, 5);
-    EXPECT_TRUE(has(run, "is vestrel-agent running?")) << run.output;
+    EXPECT_TRUE(has(run, "one.der: not-loaded: no agent at ")) << run.output;
     EXPECT_TRUE(fs::exists(file("one.der")));
     const CtlRun noWait = ctl("install .ima --wait 0 " + one + issuer);
     EXPECT_EQ(noWait.status, 0);
@@ -230,9 +236,9 @@ TEST_F(Ctl, RemoveWithoutAnAgentSaysThatTheKeyIsStillThere) {
         write(file(name), certificate(name));
         ima_.add(certificate(name));
     }
-    const CtlRun run = ctl("remove .ima one --wait 0.1");
+    const CtlRun run = ctl("remove .ima one --wait 3600");
     EXPECT_EQ(run.status, 5);
-    EXPECT_TRUE(has(run, "its key is still in .ima; is vestrel-agent running?")) << run.output;
+    EXPECT_TRUE(has(run, "its key is still in .ima; no agent at ")) << run.output;
     EXPECT_EQ(ctl("remove .ima two --wait 0").status, 0);
     EXPECT_FALSE(fs::exists(file("two")));
 }

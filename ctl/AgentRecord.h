@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the agent has on record of the files that were refused.
+#pragma once
+
+#include "ctl/Output.h"
+
+#include <cstdint>
+#include <string>
+
+namespace Vestrel {
+
+// The member of an object; null where there is none.
+Json member(const Json& object, const std::string& name);
+
+// What the agent counted of the keyring, in its answer to "Status"; null without one.
+Json countersOf(const Json& status, const std::string& keyring);
+
+// Why the file was refused, among the counters of its keyring; empty: no refusal is on record.
+std::string refusalOf(const Json& counters, const std::string& path);
+
+// Follows one file in the agent's record. Refusals from before, such as of an earlier file of that
+// name, stay there; only those since this was made count.
+class FileRecord {
+public:
+    // Asks the agent how things stand.
+    FileRecord(std::string keyring, std::string path);
+
+    // Asks again. An agent that is there but mute for a second may yet do its work, and is asked
+    // another time.
+    void update();
+
+    // Why there is no agent; empty when there is one.
+    const std::string& noAgent() const { return noAgent_; }
+
+    // Why there was no answer the last time; empty when there was one.
+    const std::string& silence() const { return silence_; }
+
+    // Why the file was refused; empty as long as it was not.
+    const std::string& refusal() const { return refusal_; }
+
+private:
+    Json counters();
+    bool isNew(const Json& counters, const std::string& reason) const;
+
+    std::string keyring_;
+    std::string path_;
+    std::string noAgent_;
+    std::string silence_;
+    std::string refusal_;
+    Json before_; // null when it is not known
+};
+
+// Why there is no agent; empty when there is one.
+std::string noAgentReason();
+
+} // namespace Vestrel
