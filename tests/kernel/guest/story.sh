@@ -12,7 +12,7 @@
 # shellcheck source=tests/kernel/guest/story-ima.sh
 . "$(dirname "$0")/story-ima.sh"
 
-stepsPlanned=$((19 + appraisalSteps))
+stepsPlanned=$((20 + appraisalSteps))
 
 findKeyrings() {
     local keyring
@@ -141,6 +141,22 @@ unlinkByHand() {
     run "grep -w $byHand $agentLog | tail -n 2"
 }
 
+# The operator's command, on a machine where nothing is wrong. The issuer's certificate is what the
+# kernel does not show.
+useCommand() {
+    runEnding 4 "vestrelctl check .ima $trust/gamma.der"
+    check "without the issuer's certificate the verdict is unknown" grep -q unverifiable-signature "$work/output"
+    run "vestrelctl check --issuer $trust/ca.pem .ima $trust/gamma.der"
+    check "with it, the certificate is accepted" grep -q 'gamma.der: accepted' "$work/output"
+    run "vestrelctl install .ima $trust/gamma.der"
+    check "gamma's key is in .ima" isIn .ima gamma
+    run "vestrelctl files .ima"
+    check "its file is in step with it" grep -q 'gamma.der.*in step' "$work/output"
+    run "vestrelctl status | head -n 5"
+    run "vestrelctl remove .ima gamma.der"
+    check "gamma's key is there no more" isNotIn .ima gamma
+}
+
 refuseStranger() {
     local line
     line="Failed to load certificate $keys/ima/stranger.der in keyring (.ima). Required key not available."
@@ -224,6 +240,7 @@ tellAll() {
     tell linkByHand "A key is linked by hand: the agent records it"
     tell linkAgain "The same certificate is linked again: the agent keeps one record, the new one"
     tell unlinkByHand "It is unlinked by hand: the agent forgets it"
+    tell useCommand "The operator checks, installs and removes a certificate with vestrelctl"
     tell refuseStranger "A certificate that no trusted key signed is refused, and the operator is told"
     tell clearByHand "The keyring is cleared by hand, which the kernel does not announce key by key: all is put right"
     tell followSecondary "The keyring .secondary_trusted_keys follows its own directory"
