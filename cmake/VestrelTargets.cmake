@@ -46,6 +46,7 @@ function(vestrel_library target)
     target_include_directories(${target} PUBLIC
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/vestrel>)
+    target_compile_features(${target} PUBLIC cxx_std_20) # the headers need it
     install(TARGETS ${target} EXPORT VestrelSmTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
         NAMELINK_COMPONENT development)

@@ -14,7 +14,7 @@
 # shellcheck source=tests/kernel/guest/story-files.sh
 . "$(dirname "$0")/story-files.sh"
 
-stepsPlanned=$((7 + fileSteps + otherKeyringSteps + appraisalSteps))
+stepsPlanned=$((8 + fileSteps + otherKeyringSteps + appraisalSteps))
 
 findKeyrings() {
     local keyring
@@ -51,6 +51,22 @@ showWatches() {
     done
     run "ls -l /proc/$agentProcess/fd | grep -o 'pipe:.*' | sort | uniq -c"
     check "four notification pipes are held at both ends, one for each keyring" [ "$(wholePipes)" -ge 4 ]
+}
+
+# The operator's command, on a machine where nothing is wrong. The issuer's certificate is what the
+# kernel does not show.
+useCommand() {
+    runEnding 4 "vestrelctl check .ima $trust/gamma.der"
+    check "without the issuer's certificate the verdict is unknown" grep -q unverifiable-signature "$work/output"
+    run "vestrelctl check --issuer $trust/ca.pem .ima $trust/gamma.der"
+    check "with it, the certificate is accepted" grep -q 'gamma.der: accepted' "$work/output"
+    run "vestrelctl install .ima $trust/gamma.der"
+    check "gamma's key is in .ima" isIn .ima gamma
+    run "vestrelctl files .ima"
+    check "its file is in step with it" grep -q 'gamma.der.*in step' "$work/output"
+    run "vestrelctl status | head -n 5"
+    run "vestrelctl remove .ima gamma.der"
+    check "gamma's key is there no more" isNotIn .ima gamma
 }
 
 refuseStranger() {
@@ -105,6 +121,7 @@ tellAll() {
     tell start "The agent starts, and loads the certificates that it finds"
     tell showWatches "The agent watches the four directories and the four keyrings"
     tellFiles
+    tell useCommand "The operator checks, installs and removes a certificate with vestrelctl"
     tell refuseStranger "A certificate that no trusted key signed is refused, and the operator is told"
     tell clearByHand "The keyring is cleared by hand, which the kernel does not announce key by key: all is put right"
     tellOtherKeyrings
