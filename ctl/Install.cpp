@@ -9,6 +9,7 @@
 #include "keymodel/CertificateDescription.h"
 #include "keymodel/CertificateFile.h"
 #include "keymodel/IntegrityConstants.h"
+#include "keymodel/TemporarySuffix.h"
 
 #include <CLI/CLI.hpp>
 
