@@ -84,7 +84,7 @@ refused() {
     run "env $programs/$1 || true"
     check "the kernel does not run it" grep -q "Permission denied" "$work/output"
     await "the agent's log tells the operator" toldTimes "${3:-1}" "$line"
-    run "dmesg | grep op=appraise_data | tail -n 1"
+    run "dmesg | grep type=1800 | tail -n 1"
     run "grep ^VESTREL_INTEGRITY: $agentLog | tail -n 1"
 }
 
