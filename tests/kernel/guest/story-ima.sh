@@ -10,7 +10,6 @@
 
 # shellcheck shell=dash disable=SC2034,SC2119,SC2154,SC3043
 appraisalSteps=6
-programs=/srv/programs
 socket=/var/run/IMAKernelMessages
 policy=/sys/kernel/security/ima/policy
 
@@ -68,13 +67,6 @@ refuseAgain() {
     run "$programs/signed"
     run "chmod 0700 $programs/signed >/dev/null 2>&1"
     refused signed invalid-signature 2
-}
-
-writeProgram() {
-    mkdir -p "$programs"
-    printf '#!/bin/sh\necho "%s runs"\n' "$1" >"$programs/$1"
-    chmod 0755 "$programs/$1"
-    run "chown 1000 $programs/$1"
 }
 
 # NAME CAUSE [TIMES]: does not run, and the operator is told so, for the TIMESth time.
