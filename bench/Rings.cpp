@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace Vestrel::Bench {
@@ -39,6 +40,15 @@ key_serial_t demand(key_serial_t result, const char* step) {
     return result;
 }
 
+key_serial_t madePlainRing(const char* description) {
+    const key_serial_t ring = demand(
+        add_key("keyring", description, nullptr, 0, KEY_SPEC_SESSION_KEYRING), "add_key: keyring");
+    // Children do not possess it, but are of the same user.
+    demand(static_cast<key_serial_t>(keyctl_setperm(ring, KEY_POS_ALL | KEY_USR_ALL)),
+           "keyctl_setperm");
+    return ring;
+}
+
 } // namespace
 
 bool kernelHasImaKeyring() {
@@ -56,11 +66,7 @@ key_serial_t freshRing() {
         keyctl_clear(plainRing);
         keyctl_unlink(plainRing, KEY_SPEC_SESSION_KEYRING);
     }
-    plainRing = demand(add_key("keyring", "vestrel-bench", nullptr, 0, KEY_SPEC_SESSION_KEYRING),
-                       "add_key: keyring");
-    // Children do not possess it, but are of the same user.
-    demand(static_cast<key_serial_t>(keyctl_setperm(plainRing, KEY_POS_ALL | KEY_USR_ALL)),
-           "keyctl_setperm");
+    plainRing = madePlainRing("vestrel-bench");
     return plainRing;
 }
 
@@ -68,6 +74,15 @@ void standInIs(key_serial_t ring) {
     if (!kernelHasImaKeyring()) {
         plainRing = ring;
     }
+}
+
+PlainRing::PlainRing()
+    : serial_(madePlainRing("vestrel-bench-stand-in")),
+      replaced_(std::exchange(plainRing, serial_)) {}
+
+PlainRing::~PlainRing() {
+    keyctl_unlink(serial_, KEY_SPEC_SESSION_KEYRING);
+    plainRing = replaced_;
 }
 
 std::size_t keysIn(key_serial_t ring) {
