@@ -118,6 +118,7 @@ void measureTools(Report& report, Certificates& certificates, std::size_t count,
     };
 
     report.title("start-up against tools, processor time");
+    const std::string ofFiles = " loop of " + std::to_string(toolFiles);
     certificates.write(imaDirectory, count);
     for (const Tool& tool : {Tool{"keyctl", "keyctl padd asymmetric '' $ring <$f", 15},
                              Tool{"evmctl", "evmctl import $f $ring", 60}}) {
@@ -134,7 +135,7 @@ void measureTools(Report& report, Certificates& certificates, std::size_t count,
         theirs = perOne(theirs, toolFiles);
         ours = perOne(ours, count);
         const std::string with = "start-up with " + std::to_string(count) + ": ";
-        const std::string loop = tool.name + " loop of " + std::to_string(toolFiles);
+        const std::string loop = tool.name + ofFiles;
         report.figure(with + loop, spreadOf(theirs), "us a certificate");
         report.atLeast(with + "faster than a " + loop, spreadOf(quotients(theirs, ours)),
                        tool.leastFaster);
