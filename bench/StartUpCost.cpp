@@ -76,6 +76,29 @@ bool isInstalled(const std::string& tool) {
     return std::system(("command -v " + tool + " >/dev/null").c_str()) == 0;
 }
 
+struct Tool {
+    std::string name;
+    std::string perFile;
+    double leastFaster;
+};
+
+void measureTool(Report& report, const Tool& tool, std::size_t count, std::size_t toolFiles,
+                 unsigned rounds) {
+    std::vector<double> theirs;
+    std::vector<double> ours;
+    for (unsigned round = 0; round < rounds; ++round) {
+        theirs.push_back(shellLoop(tool.perFile, toolFiles));
+        ours.push_back(startUp(count));
+    }
+    theirs = perOne(theirs, toolFiles);
+    ours = perOne(ours, count);
+    const std::string with = "start-up with " + std::to_string(count) + ": ";
+    const std::string loop = tool.name + " loop of " + std::to_string(toolFiles);
+    report.figure(with + loop, spreadOf(theirs), "us a certificate");
+    report.atLeast(with + "faster than a " + loop, spreadOf(quotients(theirs, ours)),
+                   tool.leastFaster);
+}
+
 } // namespace
 
 void measureStartUps(Report& report, Certificates& certificates,
@@ -111,34 +134,15 @@ void measureStartUps(Report& report, Certificates& certificates,
 
 void measureTools(Report& report, Certificates& certificates, std::size_t count,
                   std::size_t toolFiles, unsigned rounds) {
-    struct Tool {
-        std::string name;
-        std::string perFile;
-        double leastFaster;
-    };
-
     report.title("start-up against tools, processor time");
-    const std::string ofFiles = " loop of " + std::to_string(toolFiles);
     certificates.write(imaDirectory, count);
     for (const Tool& tool : {Tool{"keyctl", "keyctl padd asymmetric '' $ring <$f", 15},
                              Tool{"evmctl", "evmctl import $f $ring", 60}}) {
-        if (!isInstalled(tool.name)) {
+        if (isInstalled(tool.name)) {
+            measureTool(report, tool, count, toolFiles, rounds);
+        } else {
             std::printf("%s is not installed\n", tool.name.c_str());
-            continue;
         }
-        std::vector<double> theirs;
-        std::vector<double> ours;
-        for (unsigned round = 0; round < rounds; ++round) {
-            theirs.push_back(shellLoop(tool.perFile, toolFiles));
-            ours.push_back(startUp(count));
-        }
-        theirs = perOne(theirs, toolFiles);
-        ours = perOne(ours, count);
-        const std::string with = "start-up with " + std::to_string(count) + ": ";
-        const std::string loop = tool.name + ofFiles;
-        report.figure(with + loop, spreadOf(theirs), "us a certificate");
-        report.atLeast(with + "faster than a " + loop, spreadOf(quotients(theirs, ours)),
-                       tool.leastFaster);
     }
 }
 
