@@ -62,7 +62,7 @@ void measure(const std::string& part, Bench::Report& report, Bench::Certificates
     } else if (part == "latency") {
         Bench::measureLatency(report, certificates, 200);
     } else if (part == "notifications") {
-        Bench::measureNotifications(report, certificates, 100, 50000);
+        Bench::measureNotifications(report, certificates, 50, 20000);
     } else if (part == "burst") {
         for (const std::size_t count : {many / 5, many, 2 * options.most}) {
             Bench::measureBurst(report, certificates, count);
@@ -80,7 +80,9 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app("Measures the keyring road.", "vestrel-bench-keyring");
     app.add_option("--rounds", options.rounds)->check(CLI::PositiveNumber)->take_last();
-    app.add_option("--most", options.most, "certificates at most")->check(CLI::PositiveNumber);
+    app.add_option("--most", options.most, "certificates at most")
+        ->check(CLI::PositiveNumber)
+        ->take_last();
     app.add_option("--tool-files", options.toolFiles, "for the loops of tools at most")
         ->check(CLI::PositiveNumber)
         ->take_last();
