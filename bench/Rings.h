@@ -34,6 +34,9 @@ private:
     key_serial_t replaced_;
 };
 
+// What this thread spent so far on having the kernel list all keys, to find a keyring by its name.
+double microsecondsOfSearches();
+
 std::size_t keysIn(key_serial_t ring);
 
 // Adds a certificate file as a loop without any bookkeeping does; false with errno when refused.

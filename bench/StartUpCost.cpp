@@ -109,14 +109,19 @@ void measureStartUps(Report& report, Certificates& certificates,
         certificates.write(imaDirectory, count);
         std::vector<double> ours;
         std::vector<double> bare;
+        std::vector<double> searches;
         startUp(count); // warms up
         for (unsigned round = 0; round < rounds; ++round) {
             bare.push_back(bareLoop(count));
+            const double before = microsecondsOfSearches();
             ours.push_back(startUp(count));
+            searches.push_back(microsecondsOfSearches() - before);
         }
         const std::string with = "start-up with " + std::to_string(count);
         report.figure(with + ": bare loop", spreadOf(perOne(bare, count)), "us a certificate");
         report.figure(with + ": state machine", spreadOf(perOne(ours, count)), "us a certificate");
+        report.figure(with + ": finding the keyrings", spreadOf(perOne(searches, count)),
+                      "us a certificate");
         const Spread ratio = spreadOf(quotients(ours, bare));
         if (count == 1000) {
             report.atMost(with + ": of bare loop", ratio, 2.5, "times");
