@@ -5,10 +5,13 @@ import pathlib
 import subprocess
 import sys
 import tempfile
+import types
 import unittest
+import unittest.mock
 
 sys.dont_write_bytecode = True
 import schemata  # noqa: E402
+import worktree  # noqa: E402
 from mutants import mutants_of, places  # noqa: E402
 
 
@@ -176,6 +179,25 @@ class Weaving(unittest.TestCase):
         refused = [number for number, m in faults if m.kind == "operands"]
         self.assertEqual(schemata.numbers_in_errors(errors), set(refused))
         self.assertEqual(len(refused), 1)
+
+
+class Copy(unittest.TestCase):
+    """Of the sources, which the faults are put into."""
+
+    def test_sources_with_faults_keep_them_and_are_there_from_the_beginning(self):
+        directory = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        source, copy = directory / "source", directory / "copy"
+        source.mkdir()
+        listing = types.SimpleNamespace(stdout="a.cpp\nb.cpp\n")
+        with unittest.mock.patch.multiple(
+            worktree, ROOT=source, TREE=copy, run=lambda *_, **__: listing
+        ):
+            for text in ("first", "second"):
+                for name in ("a.cpp", "b.cpp"):
+                    (source / name).write_text(text)
+                worktree.copy_tree({"a.cpp"})
+        self.assertEqual((copy / "a.cpp").read_text(), "first")
+        self.assertEqual((copy / "b.cpp").read_text(), "second")
 
 
 if __name__ == "__main__":
