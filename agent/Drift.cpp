@@ -2,6 +2,7 @@
 // The comparison of kernel, directory and record.
 #include "agent/Drift.h"
 
+#include "keymodel/TemporarySuffix.h"
 #include "keyring/KeyringCounters.h"
 
 #include <cstring>

@@ -2,7 +2,7 @@
 // From a refusal to its explanation.
 #include "agent/LoadFailures.h"
 
-#include "diagnosis/Diagnosis.h"
+#include "diagnosis/DiagnosisText.h"
 #include "keyring/IntegrityKeyringSm.h"
 #include "logmsg/AgentMessages.h"
 #include "logmsg/LogCall.h"
@@ -19,14 +19,6 @@ constexpr std::size_t loadFailureArguments = 3; // file, keyring, error text
 
 Zell::LogHandle explanationMessage(&agentDescriptor(AgentMessageId::loadFailureExplained),
                                    Orvo::Duration(), 1.0, 0, 0);
-
-std::string textOf(const Finding& finding) {
-    std::string text(nameOf(finding.verdict));
-    if (finding.reason != Reason::none) {
-        text += " (" + std::string(nameOf(finding.reason)) + ")";
-    }
-    return finding.explanation.empty() ? text : text + ": " + finding.explanation;
-}
 
 } // namespace
 
@@ -50,8 +42,9 @@ void LoadFailures::explain() {
     Surroundings known{kernelView(names), {}, std::time(nullptr)};
     known.stock.directoriesAdd(names);
     for (const auto& [file, keyring] : std::exchange(waiting_, {})) {
-        const Diagnosis diagnosis = diagnose(fileContent(file), keyring, known);
-        log(explanationMessage, file, keyring, textOf(diagnosis.finding));
+        const FileContent content = fileContent(file);
+        const Diagnosis diagnosis = diagnose(content, keyring, known);
+        log(explanationMessage, file, keyring, textOf(diagnosis, content, keyring));
     }
 }
 

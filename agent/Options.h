@@ -16,7 +16,7 @@ struct AgentOptions {
 };
 
 // The exit statuses of the agent.
-enum ExitStatus : int { ended = 0, failed = 1, wrongUsage = 2 };
+enum AgentExitStatus : int { ended = 0, failed = 1, wrongUsage = 2 };
 
 // Reads the command line. Where the agent has nothing more to do (--help, --version, wrong usage),
 // the text for the user is written and nothing is returned, with the exit status in `status`.

@@ -5,10 +5,7 @@
 #include "keyring/KeyringCounters.h"
 #include "platform/brisklog/Brisklog.h"
 #include "platform/zell/LogFacility.h"
-#include "platform/zell/UtcTime.h"
 #include "syslog/KernelMessageCounters.h"
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -86,8 +83,7 @@ Json parsed(std::string_view request) {
 
 } // namespace
 
-Requests::Requests(Host host)
-    : host_(std::move(host)), startTime_(Zell::utcText(std::chrono::system_clock::now())) {}
+Requests::Requests(Host host) : host_(std::move(host)) {}
 
 std::string Requests::tooLong(std::size_t limit) {
     return jsonText(failed({"LineTooLong", {{"limit", limit}}}));
@@ -135,7 +131,7 @@ Json Requests::perform(const Json& request) const {
 
 Json Requests::status() const {
     Json result = Json::object();
-    result["agent"] = {{"version", VESTREL_VERSION}, {"pid", getpid()}, {"startTime", startTime_}};
+    result["agent"] = reflected(AgentInfo::typeData(), &info_, 0);
     result["keyringStateMachine"] = reflected(host_.keyringSm(), memberDepth);
     result["syslogStateMachine"] = reflected(host_.syslogSm(), memberDepth);
     result["counters"] = counters();

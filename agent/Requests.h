@@ -2,6 +2,7 @@
 // The methods that the status socket offers.
 #pragma once
 
+#include "agent/AgentInfo.h"
 #include "agent/DriftWatch.h"
 #include "agent/Reflected.h"
 #include "keyring/IntegrityKeyringSm.h"
@@ -58,7 +59,7 @@ private:
     static Json trace(const Json& parameters);
 
     Host host_;
-    std::string startTime_;
+    const AgentInfo info_ = AgentInfo::ofThisProcess();
 };
 
 } // namespace Vestrel

@@ -5,12 +5,12 @@
 #include "platform/zell/LogFacility.h"
 #include "platform/zell/LogSinks.h"
 #include "platform/zell/OneLine.h"
+#include "platform/zell/StderrLines.h"
 #include "platform/zell/TraceHandle.h"
 #include "syslog/IntegritySyslogSm.h"
 
 #include <sys/stat.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <optional>
 #include <string>
@@ -20,11 +20,10 @@ namespace Vestrel {
 
 namespace {
 
-// In one write, so that lines of several processes do not mix.
+// At once: a trace is there to say what came last.
 void traceToStderr(const Zell::TraceLine& line) {
-    const std::string text = std::string(line.handle) + " " + std::to_string(line.level) + " " +
-                             Zell::oneLine(line.text) + "\n";
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
+    Zell::StderrLines::putNow(std::string(line.handle) + " " + std::to_string(line.level) + " " +
+                              Zell::oneLine(line.text) + "\n");
 }
 
 std::optional<std::pair<dev_t, ino_t>> identity(const char* path) {

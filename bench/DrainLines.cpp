@@ -4,6 +4,7 @@
 #include "bench/Clock.h"
 #include "bench/Lines.h"
 #include "bench/Queue.h"
+#include "platform/zell/ActivityManager.h"
 #include "platform/zell/LogFacility.h"
 #include "platform/zell/LogSinks.h"
 #include "syslog/IntegritySyslogSm.h"
@@ -25,12 +26,13 @@ int main(int argc, char** argv) {
     Zell::LogFacility::sinkIs(Zell::stderrSink());
     Zell::LogFacility::defaultLimitIs({std::numeric_limits<unsigned>::max(), {}});
     const auto sm = integritySyslogSmFactory();
+    const auto loop = Zell::ActivityFacility::activityManager();
     Queue queue;
     double spent = 0;
     for (std::size_t handled = 0; handled < count;) {
         handled += queue.fill(lines, std::min<std::size_t>(count - handled, 500));
         const ProcessorClock clock;
-        sm->handleLog();
+        loop->dispatch();
         spent += clock.microseconds();
     }
     std::printf("%.3f\n", 1000 * spent / static_cast<double>(count));

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// vestrel-bench-keyring [--rounds N] [--most N] [--part NAME...] [--json FILE] [--ca CERTIFICATE
-// --key KEY]: what it costs to keep a keyring in step with a directory. Needs root. Where the
-// kernel has ".ima", the authority must be one that it trusts; elsewhere a plain keyring stands for
-// it.
+// vestrel-bench-keyring [--rounds N] [--most N] [--tool-files N] [--part NAME...] [--json FILE]
+// [--ca CERTIFICATE --key KEY]: what it costs to keep a keyring in step with a directory. Needs
+// root. Where the kernel has ".ima", the authority must be one that it trusts; elsewhere a plain
+// keyring stands for it.
 #include "bench/Follower.h"
 #include "bench/KeyringRoads.h"
 #include "bench/PrivateSystem.h"
@@ -19,12 +19,13 @@ namespace {
 using namespace Vestrel;
 
 // In the order in which they are measured.
-const std::vector<std::string> allParts{"start-up", "tools",  "change", "latency",
-                                        "burst",    "memory", "rest"};
+const std::vector<std::string> allParts{"start-up",      "tools", "change", "latency",
+                                        "notifications", "burst", "memory", "rest"};
 
 struct Options {
     unsigned rounds = 9;
     std::size_t most = 5000;
+    std::size_t toolFiles = 1000;
     std::string json;
     std::string authority;
     std::string key;
@@ -55,11 +56,13 @@ void measure(const std::string& part, Bench::Report& report, Bench::Certificates
     if (part == "start-up") {
         Bench::measureStartUps(report, certificates, counts, options.rounds);
     } else if (part == "tools") {
-        Bench::measureTools(report, certificates, many, 3);
+        Bench::measureTools(report, certificates, many, std::min(options.toolFiles, many), 3);
     } else if (part == "change") {
         Bench::measureChanges(report, certificates, counts, 50);
     } else if (part == "latency") {
         Bench::measureLatency(report, certificates, 200);
+    } else if (part == "notifications") {
+        Bench::measureNotifications(report, certificates, 50, 20000);
     } else if (part == "burst") {
         for (const std::size_t count : {many / 5, many, 2 * options.most}) {
             Bench::measureBurst(report, certificates, count);
@@ -76,8 +79,13 @@ void measure(const std::string& part, Bench::Report& report, Bench::Certificates
 int main(int argc, char** argv) {
     Options options;
     CLI::App app("Measures the keyring road.", "vestrel-bench-keyring");
-    app.add_option("--rounds", options.rounds)->check(CLI::PositiveNumber);
-    app.add_option("--most", options.most, "certificates at most")->check(CLI::PositiveNumber);
+    app.add_option("--rounds", options.rounds)->check(CLI::PositiveNumber)->take_last();
+    app.add_option("--most", options.most, "certificates at most")
+        ->check(CLI::PositiveNumber)
+        ->take_last();
+    app.add_option("--tool-files", options.toolFiles, "for the loops of tools at most")
+        ->check(CLI::PositiveNumber)
+        ->take_last();
     app.add_option("--part", options.parts, "only these")->check(CLI::IsMember(allParts));
     app.add_option("--json", options.json);
     CLI::Option* const ca = app.add_option("--ca", options.authority);

@@ -19,8 +19,10 @@ inline constexpr const char* imaDirectory = "/etc/keys/ima";
 void measureStartUps(Report& report, Certificates& certificates,
                      const std::vector<std::size_t>& counts, unsigned rounds);
 
-// Start-up against shell loops of keyctl and, where it is installed, evmctl.
-void measureTools(Report& report, Certificates& certificates, std::size_t count, unsigned rounds);
+// Start-up with `count` certificates against shell loops of keyctl and, where it is installed,
+// evmctl, which load the first `toolFiles` of them: what a certificate costs either.
+void measureTools(Report& report, Certificates& certificates, std::size_t count,
+                  std::size_t toolFiles, unsigned rounds);
 
 // One file renamed into the directory, with few and with many keys on record.
 void measureChanges(Report& report, Certificates& certificates,
@@ -32,6 +34,12 @@ void measureLatency(Report& report, Certificates& certificates, unsigned changeC
 
 // Files renamed into the directory as fast as they can be, all of which are to be loaded.
 void measureBurst(Report& report, Certificates& certificates, std::size_t count);
+
+// Links and unlinks of a watched keyring against bare reads of its watch queue: the queue filled
+// and drained in each round, then so many pairs without a pause. Reports nothing where the kernel
+// has no key notifications.
+void measureNotifications(Report& report, Certificates& certificates, unsigned rounds,
+                          unsigned pairs);
 
 // Wake-ups and processor time of a process that follows so many certificates while nothing happens.
 void measureRest(Report& report, Certificates& certificates, std::size_t count);

@@ -2,6 +2,7 @@
 // Plain keyrings under the names of the kernel's integrity keyrings.
 #include "bench/Rings.h"
 
+#include "bench/Clock.h"
 #include "platform/Export.h"
 #include "platform/zell/OwnedFd.h"
 
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace Vestrel::Bench {
@@ -22,6 +24,7 @@ namespace {
 constexpr const char* imaName = ".ima";
 
 key_serial_t plainRing = 0; // 0: none
+double searches = 0;        // in microseconds
 
 using Find = key_serial_t(const char* type, const char* description, key_serial_t destination);
 
@@ -37,6 +40,15 @@ key_serial_t demand(key_serial_t result, const char* step) {
         std::exit(1);
     }
     return result;
+}
+
+key_serial_t madePlainRing(const char* description) {
+    const key_serial_t ring = demand(
+        add_key("keyring", description, nullptr, 0, KEY_SPEC_SESSION_KEYRING), "add_key: keyring");
+    // Children do not possess it, but are of the same user.
+    demand(static_cast<key_serial_t>(keyctl_setperm(ring, KEY_POS_ALL | KEY_USR_ALL)),
+           "keyctl_setperm");
+    return ring;
 }
 
 } // namespace
@@ -56,11 +68,7 @@ key_serial_t freshRing() {
         keyctl_clear(plainRing);
         keyctl_unlink(plainRing, KEY_SPEC_SESSION_KEYRING);
     }
-    plainRing = demand(add_key("keyring", "vestrel-bench", nullptr, 0, KEY_SPEC_SESSION_KEYRING),
-                       "add_key: keyring");
-    // Children do not possess it, but are of the same user.
-    demand(static_cast<key_serial_t>(keyctl_setperm(plainRing, KEY_POS_ALL | KEY_USR_ALL)),
-           "keyctl_setperm");
+    plainRing = madePlainRing("vestrel-bench");
     return plainRing;
 }
 
@@ -68,6 +76,19 @@ void standInIs(key_serial_t ring) {
     if (!kernelHasImaKeyring()) {
         plainRing = ring;
     }
+}
+
+PlainRing::PlainRing()
+    : serial_(madePlainRing("vestrel-bench-stand-in")),
+      replaced_(std::exchange(plainRing, serial_)) {}
+
+PlainRing::~PlainRing() {
+    keyctl_unlink(serial_, KEY_SPEC_SESSION_KEYRING);
+    plainRing = replaced_;
+}
+
+double microsecondsOfSearches() {
+    return searches;
 }
 
 std::size_t keysIn(key_serial_t ring) {
@@ -92,5 +113,8 @@ extern "C" VESTREL_EXPORT key_serial_t find_key_by_type_and_desc(const char* typ
     if (plainRing != 0 && std::strcmp(desc, imaName) == 0) {
         return plainRing;
     }
-    return realFind()(type, desc, destringid);
+    const ProcessorClock clock;
+    const key_serial_t found = realFind()(type, desc, destringid);
+    searches += clock.microseconds();
+    return found;
 }

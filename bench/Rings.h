@@ -19,6 +19,24 @@ key_serial_t freshRing();
 // Has that keyring stand for ".ima", where the kernel has none.
 void standInIs(key_serial_t ring);
 
+// A plain keyring that stands for ".ima" as long as it lives, also where the kernel has one.
+class PlainRing {
+public:
+    PlainRing();
+    PlainRing(const PlainRing&) = delete;
+    PlainRing& operator=(const PlainRing&) = delete;
+    ~PlainRing();
+
+    key_serial_t serial() const { return serial_; }
+
+private:
+    key_serial_t serial_;
+    key_serial_t replaced_;
+};
+
+// What this thread spent so far on having the kernel list all keys, to find a keyring by its name.
+double microsecondsOfSearches();
+
 std::size_t keysIn(key_serial_t ring);
 
 // Adds a certificate file as a loop without any bookkeeping does; false with errno when refused.

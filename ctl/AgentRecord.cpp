@@ -12,6 +12,16 @@ namespace {
 
 constexpr std::chrono::seconds shortPatience{1}; // the keyring is looked at in between
 
+Json refusal(const Json& counters, const std::string& path) {
+    return member(member(counters, "refused"), path);
+}
+
+// Each has its own; 0 without one.
+std::int64_t numberOf(const Json& counters, const std::string& path) {
+    const Json number = member(refusal(counters, path), "number");
+    return number.is_number_integer() ? number.get<std::int64_t>() : 0;
+}
+
 } // namespace
 
 Json member(const Json& object, const std::string& name) {
@@ -24,18 +34,21 @@ Json countersOf(const Json& status, const std::string& keyring) {
 }
 
 std::string refusalOf(const Json& counters, const std::string& path) {
-    const Json refusal = member(member(counters, "refused"), path);
-    return refusal.is_string() ? refusal.get<std::string>() : "";
+    const Json reason = member(refusal(counters, path), "reason");
+    return reason.is_string() ? reason.get<std::string>() : "";
 }
 
 FileRecord::FileRecord(std::string keyring, std::string path)
-    : keyring_(std::move(keyring)), path_(std::move(path)), before_(counters()) {}
+    : keyring_(std::move(keyring)), path_(std::move(path)) {
+    if (const Json counted = counters(); !counted.is_null()) {
+        before_ = numberOf(counted, path_);
+    }
+}
 
 void FileRecord::update() {
     const Json now = counters();
-    const std::string reason = refusalOf(now, path_);
-    if (before_.is_object() && !reason.empty() && isNew(now, reason)) {
-        refusal_ = reason;
+    if (before_ && numberOf(now, path_) != 0 && numberOf(now, path_) != *before_) {
+        refusal_ = refusalOf(now, path_);
     }
 }
 
@@ -50,17 +63,6 @@ Json FileRecord::counters() {
         silence_ = reason.what();
     }
     return {};
-}
-
-// One that was on record before shows by the count of all and by being the last.
-bool FileRecord::isNew(const Json& counters, const std::string& reason) const {
-    const auto count = [](const Json& of) {
-        const Json refusals = member(of, "refusals");
-        return refusals.is_number_integer() ? refusals.get<std::int64_t>() : 0;
-    };
-    return refusalOf(before_, path_).empty() ||
-           (count(counters) > count(before_) &&
-            member(counters, "lastFailure") == Json(path_ + ": " + reason));
 }
 
 std::string noAgentReason() {

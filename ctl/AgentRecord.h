@@ -5,6 +5,7 @@
 #include "ctl/Output.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace Vestrel {
@@ -15,7 +16,7 @@ Json member(const Json& object, const std::string& name);
 // What the agent counted of the keyring, in its answer to "Status"; null without one.
 Json countersOf(const Json& status, const std::string& keyring);
 
-// Why the file was refused, among the counters of its keyring; empty: no refusal is on record.
+// Why the file was refused last, among the counters of its keyring; empty: no refusal is on record.
 std::string refusalOf(const Json& counters, const std::string& path);
 
 // Follows one file in the agent's record. Refusals from before, such as of an earlier file of that
@@ -39,15 +40,13 @@ public:
     const std::string& refusal() const { return refusal_; }
 
 private:
-    Json counters();
-    bool isNew(const Json& counters, const std::string& reason) const;
-
+    Json counters(); // null when there is no answer
     std::string keyring_;
     std::string path_;
     std::string noAgent_;
     std::string silence_;
     std::string refusal_;
-    Json before_; // null when it is not known
+    std::optional<std::int64_t> before_; // the number of its refusal then; nothing: not known
 };
 
 // Why there is no agent; empty when there is one.

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrelctl check: whether the kernel will take certificates, and if not, why.
-#include "ctl/DiagnosisText.h"
+#include "ctl/DiagnosisRow.h"
 #include "ctl/Keyrings.h"
 #include "ctl/Verbs.h"
+#include "diagnosis/DiagnosisText.h"
 
 #include <CLI/CLI.hpp>
 
@@ -24,13 +25,15 @@ ExitStatus check(const Options& options, Output& output) {
     const Surroundings known = surroundings(options.issuers);
     ExitStatus status = ExitStatus::done;
     Json rows = Json::array();
+    std::vector<std::string> lines;
     for (const std::string& path : options.files) {
         const FileContent file = fileContent(path);
         const Diagnosis diagnosis = diagnose(file, options.keyring, known);
         rows.push_back(rowOf(file, options.keyring, diagnosis));
+        lines.push_back(path + ": " + textOf(diagnosis, file, options.keyring));
         status = worse(status, statusOf(diagnosis));
     }
-    output.lines("check", rows, lineOf);
+    output.lines("check", rows, lines);
     return status;
 }
 

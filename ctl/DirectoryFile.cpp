@@ -2,6 +2,7 @@
 // The steps of a safe change: write, sync, rename, sync.
 #include "ctl/DirectoryFile.h"
 
+#include "keymodel/TemporarySuffix.h"
 #include "platform/zell/OwnedFd.h"
 
 #include <fcntl.h>
@@ -63,7 +64,7 @@ void directorySync(const std::string& path) {
 } // namespace
 
 void fileIs(const std::string& path, std::span<const std::uint8_t> bytes) {
-    const std::string temporary = path + temporarySuffix;
+    const std::string temporary = path + std::string(temporarySuffix);
     unlink(temporary.c_str()); // what an earlier writer left behind
     Zell::OwnedFd fd(
         open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));

@@ -8,9 +8,6 @@
 
 namespace Vestrel {
 
-// The end of the names under which files are written; the agent ignores events of such names.
-inline constexpr const char* temporarySuffix = ".integrity-tmp";
-
 // Writes the bytes under the temporary name, syncs them, renames the file to `path`, and syncs the
 // directory. What stood there is replaced. Throws std::system_error, with nothing changed at
 // `path` unless it is the last step that failed.

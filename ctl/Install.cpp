@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrelctl install: puts certificates into a keyring's directory and waits for their keys.
 #include "ctl/AgentRecord.h"
-#include "ctl/DiagnosisText.h"
+#include "ctl/DiagnosisRow.h"
 #include "ctl/DirectoryFile.h"
 #include "ctl/Keyrings.h"
 #include "ctl/Verbs.h"
@@ -9,6 +9,7 @@
 #include "keymodel/CertificateDescription.h"
 #include "keymodel/CertificateFile.h"
 #include "keymodel/IntegrityConstants.h"
+#include "keymodel/TemporarySuffix.h"
 
 #include <CLI/CLI.hpp>
 

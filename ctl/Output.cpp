@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <utility>
 
 namespace Vestrel {
@@ -132,13 +133,20 @@ void Output::records(const std::string& name, const std::vector<Column>& columns
 }
 
 void Output::lines(const std::string& name, const Json& rows,
-                   const std::function<std::string(const Json& row)>& lineOf) {
+                   const std::vector<std::string>& lines) {
     if (shownAsJson(name, rows)) {
         return;
     }
-    for (const Json& row : rows) {
-        out_ << Zell::oneLine(lineOf(row)) << '\n';
+    for (const std::string& line : lines) {
+        out_ << Zell::oneLine(line) << '\n';
     }
+}
+
+void Output::lines(const std::string& name, const Json& rows,
+                   const std::function<std::string(const Json& row)>& lineOf) {
+    std::vector<std::string> texts;
+    std::ranges::transform(rows, std::back_inserter(texts), lineOf);
+    lines(name, rows, texts);
 }
 
 void Output::complaint(std::string_view text) {

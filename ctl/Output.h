@@ -46,7 +46,10 @@ public:
     // One paragraph a row, one line a column; a member that is absent or empty has no line.
     void records(const std::string& name, const std::vector<Column>& columns, const Json& rows);
 
-    // One line a row.
+    // One line a row, each of the same place.
+    void lines(const std::string& name, const Json& rows, const std::vector<std::string>& lines);
+
+    // The same, where a row has all that its line says.
     void lines(const std::string& name, const Json& rows,
                const std::function<std::string(const Json& row)>& lineOf);
 

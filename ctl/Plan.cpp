@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrelctl plan: what a start of the agent would load, map and leave, without doing it.
-#include "ctl/DiagnosisText.h"
+#include "ctl/DiagnosisRow.h"
 #include "ctl/Keyrings.h"
 #include "ctl/Verbs.h"
 #include "keyring/IntegrityKeyringSm.h"

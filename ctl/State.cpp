@@ -4,6 +4,7 @@
 
 #include "ctl/AgentClient.h"
 #include "ctl/AgentRecord.h"
+#include "keymodel/TemporarySuffix.h"
 #include "keyring/IntegrityKeyringSm.h"
 
 #include <algorithm>

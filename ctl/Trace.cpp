@@ -5,17 +5,19 @@
 
 #include <CLI/CLI.hpp>
 
-#include <chrono>
+#include <poll.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
-#include <thread>
 
 namespace Vestrel {
 
 namespace {
 
-constexpr std::chrono::milliseconds followInterval{500};
+constexpr int followIntervalMilliseconds = 500;
 
 std::string lineOf(const Json& event) {
     return event["time"].get<std::string>() + " " + event["handle"].get<std::string>() + " " +
@@ -40,13 +42,23 @@ Json everything(AgentClient& agent, std::uint64_t& after) {
     return all;
 }
 
+// Waits for the next look; ends like a write to it when the reader of the output is gone, which no
+// write finds out while nothing happens.
+void pause() {
+    pollfd output{STDOUT_FILENO, 0, 0}; // no events: only that it is closed
+    if (poll(&output, 1, followIntervalMilliseconds) > 0) {
+        raise(SIGPIPE);
+        throw std::runtime_error("nobody reads the result any more"); // whoever ignores the signal
+    }
+}
+
 // Until the reader of the output, the agent or this process is gone.
 ExitStatus trace(bool isFollowed, Output& output) {
     AgentClient agent;
     std::uint64_t after = 0;
     output.lines("trace", everything(agent, after), lineOf);
     while (isFollowed && output.flush()) {
-        std::this_thread::sleep_for(followInterval);
+        pause();
         const Json events = everything(agent, after);
         if (!events.empty()) {
             output.lines("trace", events, lineOf);

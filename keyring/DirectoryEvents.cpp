@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Changes of a certificate directory turned into loads, reloads and removals.
 #include "keymodel/IntegrityConstants.h"
+#include "keymodel/TemporarySuffix.h"
 #include "keyring/DirectoryEvent.h"
 #include "keyring/IntegrityKeyringSm.h"
 #include "keyring/KeyringCounters.h"
@@ -21,7 +22,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t bufferSize = 4096;
-constexpr std::string_view temporarySuffix = ".integrity-tmp";
 
 // Lives during one call of handleInotify(), in whose name it traces.
 class DirectoryDrain {

@@ -23,18 +23,27 @@ State& state() {
     return *mine;
 }
 
-template <std::string KeyringCounters::*Member>
+template <class Owner, std::string Owner::*Member>
 constexpr Zell::AttributeData text(const char* name) {
     return {name,
             [](const void* object) -> Orvo::Value {
-                return Orvo::String(static_cast<const KeyringCounters*>(object)->*Member);
+                return Orvo::String(static_cast<const Owner*>(object)->*Member);
             },
             nullptr};
 }
 
+const Zell::TypeData& refusalType() {
+    using Refusal = KeyringCounters::Refusal;
+    static const Zell::TypeData& type =
+        (*new Zell::TypeData("Vestrel::KeyringCounters::Refusal"))
+            .attributeIs(text<Refusal, &Refusal::reason>("reason"))
+            .attributeIs(Zell::keyAttribute<&Refusal::number>("number"));
+    return type;
+}
+
 void forEachRefused(const void* object, const Zell::CollectionData::Visitor& visitor) {
-    for (const auto& [file, reason] : static_cast<const KeyringCounters*>(object)->refused) {
-        visitor(file, Orvo::String(reason));
+    for (const auto& [file, refusal] : static_cast<const KeyringCounters*>(object)->refused) {
+        visitor(file, Zell::recordValue(refusalType(), refusal));
     }
 }
 
@@ -44,6 +53,7 @@ void lastFailureIs(KeyringCounters& counters, std::string text) {
 }
 
 const Zell::TypeRegistration registration(KeyringCounters::typeData());
+const Zell::TypeRegistration refusalRegistration(refusalType());
 
 } // namespace
 
@@ -52,7 +62,7 @@ void KeyringCounters::refusalIs(std::string_view file, std::string_view reason) 
     const std::string path(file);
     lastFailureIs(*this, path + ": " + std::string(reason));
     if (refused.size() < maxRefusedFiles || refused.contains(path)) {
-        refused[path] = reason;
+        refused[path] = {std::string(reason), refusals};
     }
 }
 
@@ -108,8 +118,9 @@ const Zell::TypeData& KeyringCounters::typeData() {
                 Zell::keyAttribute<&KeyringCounters::notificationsLost>("notificationsLost"))
             .attributeIs(Zell::keyAttribute<&KeyringCounters::overflows>("overflows"))
             .attributeIs(Zell::keyAttribute<&KeyringCounters::upsets>("upsets"))
-            .attributeIs(text<&KeyringCounters::lastFailureTime>("lastFailureTime"))
-            .attributeIs(text<&KeyringCounters::lastFailure>("lastFailure"))
+            .attributeIs(
+                text<KeyringCounters, &KeyringCounters::lastFailureTime>("lastFailureTime"))
+            .attributeIs(text<KeyringCounters, &KeyringCounters::lastFailure>("lastFailure"))
             .collectionIs({"refused", &forEachRefused});
     return type;
 }

@@ -17,7 +17,15 @@ namespace Vestrel {
 // Counted by the state machines of the process, one after the other: the counts go on when a state
 // machine is dropped and made again. Read on the event thread, through the type table.
 struct VESTREL_EXPORT KeyringCounters {
-    using Refusals = std::map<std::string, std::string, std::less<>>;
+    // The last time that a file was not taken.
+    struct Refusal {
+        std::string reason;
+        std::int64_t number = 0; // of this one among all refusals, so that two can be told apart
+
+        bool operator==(const Refusal& other) const = default;
+    };
+
+    using Refusals = std::map<std::string, Refusal, std::less<>>;
 
     // The files whose refusal is remembered; beyond that, others are counted only.
     static constexpr std::size_t maxRefusedFiles = 4096;
@@ -31,7 +39,7 @@ struct VESTREL_EXPORT KeyringCounters {
     std::int64_t upsets = 0;            // the keyring was cleared, revoked, invalidated or removed
     std::string lastFailureTime;        // universal time; empty before the first failure
     std::string lastFailure;            // what failed, and why
-    Refusals refused;                   // file to reason, until it is taken or forgotten
+    Refusals refused;                   // by file, until it is taken or forgotten
 
     // A file was not taken.
     void refusalIs(std::string_view file, std::string_view reason);

@@ -50,16 +50,16 @@ void KeyringStock::directoryScan() {
         return;
     }
     for (const fs::directory_entry& entry : fs::directory_iterator(directory.view())) {
-        entryFound(entry.path());
+        entryFound(entry);
     }
 }
 
-void KeyringStock::entryFound(const fs::path& path) {
+void KeyringStock::entryFound(const fs::directory_entry& entry) {
     std::error_code unreadable;
-    if (!fs::is_regular_file(fs::status(path, unreadable))) {
+    if (!entry.is_regular_file(unreadable)) { // asks only where the directory did not tell
         return;
     }
-    const Orvo::String filePath(path.string());
+    const Orvo::String filePath(entry.path().native());
     const Orvo::String description = stateMachine_.keyLoader()->getCertDescription(filePath);
     if (description.empty()) {
         return;

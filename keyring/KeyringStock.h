@@ -30,7 +30,7 @@ private:
     static Zell::TraceHandle& traceHandle() { return IntegrityKeyringSm::traceHandle(); }
 
     void existingKey(S32 serial);
-    void entryFound(const std::filesystem::path& path);
+    void entryFound(const std::filesystem::directory_entry& entry);
 
     const Duolog::Operation& operation_;
     IntegrityKeyringSm& stateMachine_;

@@ -28,7 +28,7 @@ inline constexpr std::array<Zell::LogDescriptor, 2> agentDescriptors{{
         "VESTREL_INTEGRITY_LOAD_KEY_EXPLANATION",
         "Certificate %s for keyring (%s): %s.",
         "A certificate could not be loaded, and this is why as far as can be known. \"vestrelctl "
-        "check\" says the same, with remarks",
+        "check\" says the same",
         "See the troubleshooting page for the reason in parentheses.",
         Zell::severityWarning,
         0,

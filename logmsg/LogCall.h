@@ -6,21 +6,24 @@
 #include "platform/zell/LogHandle.h"
 #include "platform/zell/LogString.h"
 
+#include <cstddef>
+#include <utility>
+
 namespace Vestrel {
 
 namespace Impl {
 
 // Stores the arguments `from` up to but not including `to`; the others are not converted.
-template <class... Args>
-void argumentsAre(Zell::LogString& logString, unsigned from, unsigned to, const Args&... args) {
-    unsigned index = 0;
-    [[maybe_unused]] const auto store = [&](const auto& argument) {
+template <class... Args, std::size_t... Index>
+[[gnu::always_inline]] inline void
+argumentsAre(Zell::LogString& logString, unsigned from, unsigned to,
+             std::index_sequence<Index...> /*indexes*/, const Args&... args) {
+    [[maybe_unused]] const auto store = [&](unsigned index, const auto& argument) {
         if (index >= from && index < to) {
             logString.strIs(index, Orvo::String(argument));
         }
-        ++index;
     };
-    (store(args), ...);
+    (store(Index, args), ...);
 }
 
 } // namespace Impl
@@ -30,18 +33,19 @@ void argumentsAre(Zell::LogString& logString, unsigned from, unsigned to, const 
 template <class... Args>
 void log(Zell::LogHandle& handle, const Args&... args) {
     constexpr unsigned count = sizeof...(Args);
+    constexpr std::make_index_sequence<count> indexes;
     static_assert(count <= Zell::LogString::maxArguments);
     const unsigned limited = handle.rateLimitArgsMask();
 
     Zell::LogString logString;
     logString.argumentCount = count;
-    Impl::argumentsAre(logString, 0, limited, args...);
+    Impl::argumentsAre(logString, 0, limited, indexes, args...);
 
     const unsigned hash = Zell::Impl::logArgsHash(logString, limited);
     if (!handle.okToLog(hash ^ handle.idHash())) {
         return;
     }
-    Impl::argumentsAre(logString, limited, count, args...);
+    Impl::argumentsAre(logString, limited, count, indexes, args...);
     logString.hash = hash;
     handle.log(logString);
 }

@@ -4,6 +4,7 @@
 
 #include "keymodel/IntegrityConstants.h"
 #include "keymodel/IntegrityKeyLoader.h"
+#include "keymodel/TemporarySuffix.h"
 
 #include <keyutils.h>
 #include <sys/stat.h>

@@ -12,9 +12,6 @@
 
 namespace Vestrel {
 
-// Events of files whose names end so are ignored.
-inline constexpr std::string_view temporarySuffix = ".integrity-tmp";
-
 // A value, made without any state machine. Errors are numbers of errno, 0 for none.
 struct KeyringSurvey {
     std::string keyringName;

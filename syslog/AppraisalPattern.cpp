@@ -78,7 +78,7 @@ public:
 
     // A phrase that begins with a blank takes all the blanks there are.
     template <std::size_t Size>
-    bool phrase(const Phrase<Size>& expected) {
+    [[gnu::always_inline]] bool phrase(const Phrase<Size>& expected) {
         if (rest_.size() >= length<Size> &&
             same<length<Size>>(rest_.data() + rest_.size() - length<Size>, expected)) {
             rest_.remove_suffix(length<Size>);
@@ -98,15 +98,14 @@ public:
     }
 
     // What stands after a quote that is the last one, and the quote.
-    bool quoted(Text& eaten) {
-        const void* const quote = memrchr(rest_.data(), '"', rest_.size());
-        if (quote == nullptr) {
+    [[gnu::always_inline]] bool quoted(Text& eaten) {
+        const std::size_t count = ByteRuns::trailing<ByteRuns::NoQuotes>(rest_);
+        if (count == rest_.size()) {
             return false;
         }
-        const auto* const start = static_cast<const char*>(quote) + 1;
-        eaten = Text(start, rest_.end());
-        rest_.remove_suffix(eaten.size() + 1);
-        return !eaten.empty();
+        eaten = Text(rest_.end() - count, count);
+        rest_.remove_suffix(count + 1);
+        return count != 0;
     }
 
 private:
@@ -142,7 +141,7 @@ public:
     Text rest() const { return rest_; }
 
     template <std::size_t Size>
-    bool phrase(const Phrase<Size>& expected) {
+    [[gnu::always_inline]] bool phrase(const Phrase<Size>& expected) {
         if (rest_.size() >= length<Size> && same<length<Size>>(rest_.data(), expected)) {
             rest_.remove_prefix(length<Size>);
             return true;
@@ -151,7 +150,7 @@ public:
     }
 
     template <class Kind>
-    bool run(Text& eaten) {
+    [[gnu::always_inline]] bool run(Text& eaten) {
         eaten = Text(rest_.data(), ByteRuns::leading<Kind>(rest_));
         rest_.remove_prefix(eaten.size());
         return !eaten.empty();
@@ -161,6 +160,7 @@ public:
 
     bool blanks() {
         const std::size_t before = rest_.size();
+        rest_.remove_prefix(ByteRuns::leading<ByteRuns::Spaces>(rest_)); // most blanks are
         while (!rest_.empty() && isBlank(rest_.front())) {
             rest_.remove_prefix(1);
         }

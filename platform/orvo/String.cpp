@@ -18,21 +18,21 @@ Pelbin::Account* account() {
 
 } // namespace
 
-String::Block* String::Block::make(std::string_view text) {
-    const std::size_t bytes = sizeof(Block) + text.size() + 1;
-    void* const memory = Pelbin::allocate(account(), bytes, alignof(Block));
-    auto* const block = new (memory) Block{RefCount(1), text.size()};
-    std::memcpy(block->text(), text.data(), text.size());
-    block->text()[text.size()] = '\0';
-    return block;
-}
-
 void String::Block::release(Block* block) noexcept {
     const std::size_t bytes = sizeof(Block) + block->size + 1;
     block->~Block();
     Pelbin::deallocate(account(), block, bytes, alignof(Block));
 }
 
-String::String(std::string_view text) : block_(text.empty() ? nullptr : Block::make(text)) {}
+String::String(std::string_view text) {
+    if (text.empty()) {
+        return;
+    }
+    const std::size_t bytes = sizeof(Block) + text.size() + 1;
+    void* const memory = Pelbin::allocate(account(), bytes, alignof(Block));
+    block_ = new (memory) Block{RefCount(1), text.size()};
+    std::memcpy(block_->text(), text.data(), text.size());
+    block_->text()[text.size()] = '\0';
+}
 
 } // namespace Orvo

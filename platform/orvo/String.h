@@ -87,7 +87,6 @@ private:
         RefCount count;
         std::size_t size;
 
-        static Block* make(std::string_view text);
         static void release(Block* block) noexcept;
 
         char* text() noexcept { return reinterpret_cast<char*>(this + 1); }

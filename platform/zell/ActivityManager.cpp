@@ -5,6 +5,7 @@
 #include "platform/duolog/Duolog.h"
 #include "platform/zell/DescriptorRegistry.h"
 #include "platform/zell/FileDescriptor.h"
+#include "platform/zell/StderrLines.h"
 
 #include <systemd/sd-event.h>
 
@@ -108,6 +109,7 @@ void ActivityManager::exitIs(int status) noexcept {
 
 // No exception may pass through the C library; it is kept and leaves dispatchOne().
 void ActivityManager::guarded(const Handler& handler) noexcept {
+    const StderrLines::Together together;
     try {
         handler();
     } catch (...) {

@@ -3,9 +3,8 @@
 #include "platform/zell/Assertion.h"
 
 #include "platform/duolog/Duolog.h"
+#include "platform/zell/StderrLines.h"
 #include "platform/zell/TraceHandle.h"
-
-#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
@@ -18,7 +17,7 @@ void assertionFailed(const char* source, int line, const char* operation,
                              ": assertion failed: " + expression;
     Duolog::write(TraceHandle::traceHandleIs(source), 0, {operation, operation}, text);
     const std::string whole = text + "\n";
-    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, whole.data(), whole.size());
+    StderrLines::putNow(whole);
     std::abort();
 }
 

@@ -35,7 +35,7 @@ constexpr Word below(Word word, unsigned char limit) {
     return ~((word & ~marks) + every(static_cast<unsigned char>(0x80 - limit))) & ~word & marks;
 }
 
-// Kinds of bytes: a mark in the place of every byte that ends a run.
+// Kinds of bytes: a mark (of Spaces: anything but 0) in the place of every byte that ends a run.
 
 struct Digits {
     // The digits are the ten values that differ from '0' in the low bits only.
@@ -47,13 +47,25 @@ struct DigitsAndPoints {
 };
 
 struct DigitsPointsAndColons {
+    // A colon comes after the nine.
     static constexpr Word ends(Word word) {
-        return DigitsAndPoints::ends(word) & ~equal(word, ':');
+        return ~below(word ^ every('0'), 11) & ~equal(word, '.') & marks;
     }
 };
 
+struct Spaces {
+    static constexpr Word ends(Word word) { return word ^ every(' '); }
+};
+
+struct NoQuotes {
+    static constexpr Word ends(Word word) { return equal(word, '"'); }
+};
+
 struct NoLineEnds {
-    static constexpr Word ends(Word word) { return equal(word, '\n') | equal(word, '\r'); }
+    // Most text has no byte so low.
+    static constexpr Word ends(Word word) {
+        return below(word, '\r' + 1) == 0 ? 0 : equal(word, '\n') | equal(word, '\r');
+    }
 };
 
 struct NoControls {
@@ -105,9 +117,10 @@ inline std::size_t highestBefore(Word ends) {
     return static_cast<std::size_t>(std::countl_zero(ends)) / 8;
 }
 
+// The first `length` bytes, whole words of them, are known to be of the run; so are the last ones
+// of longTrailing().
 template <class Kind>
-[[gnu::noinline]] std::size_t longLeading(std::string_view text) {
-    std::size_t length = 0;
+[[gnu::noinline]] std::size_t longLeading(std::string_view text, std::size_t length) {
     for (; text.size() - length >= wordSize; length += wordSize) {
         if (const Word ends = Kind::ends(load(text.data() + length)); ends != 0) {
             return length + lowestBefore(ends);
@@ -119,14 +132,14 @@ template <class Kind>
 }
 
 template <class Kind>
-[[gnu::noinline]] std::size_t longTrailing(std::string_view text) {
-    std::size_t rest = text.size();
+[[gnu::noinline]] std::size_t longTrailing(std::string_view text, std::size_t length) {
+    std::size_t rest = text.size() - length;
     for (; rest >= wordSize; rest -= wordSize) {
         if (const Word ends = Kind::ends(load(text.data() + rest - wordSize)); ends != 0) {
             return text.size() - rest + highestBefore(ends);
         }
     }
-    const std::size_t length = text.size() - rest;
+    length = text.size() - rest;
     return rest == 0 ? length
                      : length + std::min(rest, highestBefore(Kind::ends(loadFirst(text, rest))));
 }
@@ -135,25 +148,22 @@ template <class Kind>
 
 // The length of the run that the text begins with.
 template <class Kind>
-std::size_t leading(std::string_view text) {
-    if (text.size() >= wordSize) {
-        if (const Word ends = Kind::ends(Impl::load(text.data())); ends != 0) {
-            return Impl::lowestBefore(ends);
-        }
+[[gnu::always_inline]] inline std::size_t leading(std::string_view text) {
+    if (text.size() < wordSize) {
+        return Impl::longLeading<Kind>(text, 0);
     }
-    return Impl::longLeading<Kind>(text);
+    const Word ends = Kind::ends(Impl::load(text.data()));
+    return ends != 0 ? Impl::lowestBefore(ends) : Impl::longLeading<Kind>(text, wordSize);
 }
 
 // The length of the run that the text ends with.
 template <class Kind>
-std::size_t trailing(std::string_view text) {
-    if (text.size() >= wordSize) {
-        const Word ends = Kind::ends(Impl::load(text.data() + text.size() - wordSize));
-        if (ends != 0) {
-            return Impl::highestBefore(ends);
-        }
+[[gnu::always_inline]] inline std::size_t trailing(std::string_view text) {
+    if (text.size() < wordSize) {
+        return Impl::longTrailing<Kind>(text, 0);
     }
-    return Impl::longTrailing<Kind>(text);
+    const Word ends = Kind::ends(Impl::load(text.data() + text.size() - wordSize));
+    return ends != 0 ? Impl::highestBefore(ends) : Impl::longTrailing<Kind>(text, wordSize);
 }
 
 } // namespace Zell::ByteRuns

@@ -4,24 +4,23 @@
 
 #include "platform/zell/ActivityManager.h"
 #include "platform/zell/LogHandle.h"
+#include "platform/zell/LogLayout.h"
 #include "platform/zell/LogSinks.h"
 #include "platform/zell/RateLimiter.h"
 #include "platform/zell/TypeData.h"
 
+#include <array>
 #include <ctime>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace Zell {
 
 namespace {
 
-constexpr std::size_t mostKept = 64 << 10; // in bytes, of memory for the next message
-constexpr std::string_view nameEnd = ": ";
-constexpr std::string_view lineEnd = "\n";
+constexpr std::size_t mostOnStack = 1024; // in bytes, of a line
 
 // The monotonic clock at its last tick: some milliseconds are nothing to limits over seconds, and
 // reading it costs a fifth.
@@ -39,14 +38,23 @@ struct State {
     LogSink sink = journalOrSyslogSink();
     std::uint64_t messages = 0;
     std::uint64_t suppressed = 0;
-    std::vector<char> line;    // of the last message; kept for its memory
+    LogLayout layout;          // of the last message; the next one mostly has the same
     std::weak_ptr<bool> timer; // alive while the event loop will report by itself
 };
 
-// Never destroyed: messages may be raised while static objects are.
-State& state() {
-    static State* const mine = new State;
-    return *mine;
+constinit State* theState = nullptr;
+
+[[gnu::noinline]] void stateIs() {
+    theState = new State;
+}
+
+// Made by the first message, which a static object may raise, and never destroyed, since messages
+// may be raised while those are.
+inline State& state() {
+    if (theState == nullptr) {
+        stateIs();
+    }
+    return *theState;
 }
 
 BucketRule ruleOf(const LogHandle& handle, LogLimit limit) {
@@ -59,63 +67,6 @@ BucketRule ruleOf(const LogHandle& handle, LogLimit limit) {
     return {&handle.descriptor(), limit, handle.backoff()};
 }
 
-// The format up to its next directive, which it then begins with.
-std::string_view plainPart(std::string_view& format) {
-    const std::string_view plain = format.substr(0, format.find('%'));
-    format.remove_prefix(plain.size());
-    return plain;
-}
-
-// What the text of a message takes at most.
-std::size_t longestText(std::string_view format, std::span<const Orvo::String> arguments) {
-    std::size_t size = format.size();
-    for (const Orvo::String& argument : arguments) {
-        size += argument.size();
-    }
-    return size;
-}
-
-// Returns the place behind it.
-char* put(char* place, std::string_view piece) {
-    return place + piece.copy(place, piece.size());
-}
-
-// There is room for longestText(); returns the place behind the text.
-char* putFormatted(char* place, std::string_view format, std::span<const Orvo::String> arguments) {
-    std::size_t next = 0;
-    for (place = put(place, plainPart(format)); !format.empty();
-         place = put(place, plainPart(format))) {
-        if (format.starts_with("%s")) {
-            place =
-                put(place, next < arguments.size() ? arguments[next].view() : std::string_view());
-            ++next;
-            format.remove_prefix(2);
-        } else {
-            place = put(place, "%");
-            format.remove_prefix(format.starts_with("%%") ? 2 : 1);
-        }
-    }
-    return place;
-}
-
-// The line of a message, in memory that may hold an earlier one.
-std::string_view lineIn(std::vector<char>& memory, const LogDescriptor& descriptor,
-                        std::span<const Orvo::String> arguments) {
-    const std::string_view name = descriptor.name;
-    const std::string_view format = descriptor.format;
-    const std::size_t longest =
-        name.size() + nameEnd.size() + longestText(format, arguments) + lineEnd.size();
-    if (memory.size() < longest) {
-        memory.clear(); // nothing of it is needed
-        memory.resize(longest);
-    }
-    char* place = put(memory.data(), name);
-    place = put(place, nameEnd);
-    place = putFormatted(place, format, arguments);
-    place = put(place, lineEnd);
-    return {memory.data(), place};
-}
-
 void deliver(const State& state, const LogMessage& message) {
     if (state.sink) {
         state.sink(message);
@@ -124,9 +75,9 @@ void deliver(const State& state, const LogMessage& message) {
 
 void report(const LogDescriptor& descriptor, std::uint64_t count) {
     std::string line = descriptor.name;
-    line += nameEnd;
+    line += LogLayout::nameEnd;
     line += std::to_string(count) + " messages suppressed";
-    line += lineEnd;
+    line += LogLayout::lineEnd;
     deliver(state(), {descriptor, {}, line});
 }
 
@@ -227,29 +178,28 @@ bool LogFacility::okToLog(const LogHandle& handle, unsigned hash) {
 void LogFacility::log(const LogDescriptor& descriptor, std::span<const Orvo::String> arguments) {
     State& mine = state();
     ++mine.messages;
-    // Taken out meanwhile, since a sink may raise a message itself.
-    std::vector<char> memory = std::exchange(mine.line, {});
-    deliver(mine, {descriptor, arguments, lineIn(memory, descriptor, arguments)});
-    if (memory.capacity() <= mostKept) {
-        mine.line = std::move(memory);
+    if (!mine.layout.isOf(descriptor)) {
+        mine.layout = LogLayout(descriptor);
     }
+    std::array<char, mostOnStack> small; // NOLINT: filled by put()
+    std::unique_ptr<char[]> large;       // NOLINT: of a size that only the message knows
+    char* memory = small.data();
+    if (const std::size_t longest = mine.layout.longest(arguments); longest > small.size()) {
+        large = std::make_unique_for_overwrite<char[]>(longest); // NOLINT
+        memory = large.get();
+    }
+    deliver(mine, {descriptor, arguments, {memory, mine.layout.put(memory, arguments)}});
 }
 
 std::string_view LogMessage::withoutEnd() const noexcept {
-    return {line.data(), line.size() - (line.ends_with(lineEnd) ? lineEnd.size() : 0)};
+    return {line.data(),
+            line.size() - (line.ends_with(LogLayout::lineEnd) ? LogLayout::lineEnd.size() : 0)};
 }
 
 std::string_view LogMessage::text() const noexcept {
     std::string_view text = withoutEnd();
-    text.remove_prefix(
-        std::min(text.size(), std::string_view(descriptor.name).size() + nameEnd.size()));
-    return text;
-}
-
-std::string formatted(const char* format, std::span<const Orvo::String> arguments) {
-    std::string text(longestText(format, arguments), '\0');
-    text.resize(
-        static_cast<std::size_t>(putFormatted(text.data(), format, arguments) - text.data()));
+    text.remove_prefix(std::min(text.size(), std::string_view(descriptor.name).size() +
+                                                 LogLayout::nameEnd.size()));
     return text;
 }
 

@@ -73,8 +73,4 @@ private:
     static void log(const LogDescriptor& descriptor, std::span<const Orvo::String> arguments);
 };
 
-// Puts the arguments in place of the "%s" of the format; "%%" is a percent sign. An argument too
-// few reads as empty.
-VESTREL_EXPORT std::string formatted(const char* format, std::span<const Orvo::String> arguments);
-
 } // namespace Zell

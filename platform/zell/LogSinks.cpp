@@ -3,6 +3,7 @@
 #include "platform/zell/LogSinks.h"
 
 #include "platform/zell/OneLine.h"
+#include "platform/zell/StderrLines.h"
 
 // The source line that would be sent along is always the one in this file.
 #define SD_JOURNAL_SUPPRESS_LOCATION
@@ -61,15 +62,11 @@ void toSyslog(const LogMessage& message) {
     syslog(LOG_DAEMON | message.descriptor.severity, "%s", logLine(message).c_str());
 }
 
-void lineToStderr(std::string_view line) {
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
-}
-
 void toStderr(const LogMessage& message) {
     if (isOneLine(message.withoutEnd())) {
-        lineToStderr(message.line);
+        StderrLines::put(message.line);
     } else {
-        lineToStderr(logLine(message) + '\n');
+        StderrLines::put(logLine(message) + '\n');
     }
 }
 

@@ -19,7 +19,8 @@ VESTREL_EXPORT LogSink journalSink();
 // syslog(3) with the record's severity.
 VESTREL_EXPORT LogSink syslogSink();
 
-// One line on stderr.
+// One line on stderr. Lines that one handler of the event loop raises are written together when it
+// ends (platform/zell/StderrLines.h).
 VESTREL_EXPORT LogSink stderrSink();
 
 // The journal where it runs, else syslog(3), decided anew for each message.

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <bit>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -27,19 +28,32 @@ inline void appendOneLine(std::string& line, std::string_view text) {
     }
 }
 
-// Whether the text would be appended as it is. Sixteen bytes at a time, of which compilers make a
-// step each.
+namespace Impl {
+
+using Bytes [[gnu::vector_size(16)]] = unsigned char;
+
+// Not 0 in the place of a control character.
+inline Bytes controls(const char* text) {
+    Bytes bytes; // NOLINT: filled by memcpy()
+    std::memcpy(&bytes, text, sizeof bytes);
+    return static_cast<Bytes>(bytes < ' ') | static_cast<Bytes>(bytes == 0x7f);
+}
+
+} // namespace Impl
+
+// Whether the text would be appended as it is. Found sixteen bytes at a time, of which the last
+// ones may be looked at twice.
 inline bool isOneLine(std::string_view text) {
-    using Halves = std::array<ByteRuns::Word, 2>;
-    std::array<unsigned char, sizeof(Halves)> controls{};
-    for (; text.size() >= controls.size(); text.remove_prefix(controls.size())) {
-        for (std::size_t i = 0; i < controls.size(); ++i) {
-            const auto byte = static_cast<unsigned char>(text[i]);
-            controls[i] |= static_cast<unsigned char>(byte < ' ' || byte == 0x7f);
-        }
+    constexpr std::size_t step = sizeof(Impl::Bytes);
+    if (text.size() < step) {
+        return ByteRuns::leading<ByteRuns::NoControls>(text) == text.size();
     }
-    return std::bit_cast<Halves>(controls) == Halves{} &&
-           ByteRuns::leading<ByteRuns::NoControls>(text) == text.size();
+    Impl::Bytes found = Impl::controls(text.data() + text.size() - step);
+    for (; text.size() > step; text.remove_prefix(step)) {
+        found |= Impl::controls(text.data());
+    }
+    using Halves = std::array<ByteRuns::Word, 2>;
+    return std::bit_cast<Halves>(found) == Halves{};
 }
 
 inline std::string oneLine(std::string_view text) {

@@ -24,10 +24,7 @@ RateLimiter::Time RateLimiter::Bucket::due() const noexcept {
     return lastRefusal + std::chrono::duration_cast<Time::duration>(interval);
 }
 
-RateLimiter::Bucket* RateLimiter::bucketIfAny(unsigned hash) noexcept {
-    if (!buckets_.empty() && buckets_.front().hash == hash) {
-        return &buckets_.front();
-    }
+RateLimiter::Bucket* RateLimiter::fartherBucketIfAny(unsigned hash) noexcept {
     const auto found = index_.find(hash);
     if (found == index_.end()) {
         return nullptr;
@@ -36,10 +33,7 @@ RateLimiter::Bucket* RateLimiter::bucketIfAny(unsigned hash) noexcept {
     return &buckets_.front();
 }
 
-RateLimiter::Bucket& RateLimiter::bucket(unsigned hash, const BucketRule& rule, Time now) {
-    if (Bucket* const found = bucketIfAny(hash); found != nullptr) {
-        return *found;
-    }
+RateLimiter::Bucket& RateLimiter::newBucket(unsigned hash, const BucketRule& rule, Time now) {
     if (buckets_.size() == LogFacility::maxBuckets) {
         const Bucket& oldest = buckets_.back();
         if (oldest.suppressed != 0) {
@@ -70,7 +64,8 @@ void RateLimiter::refill(Bucket& bucket, const BucketRule& rule, Time now) noexc
 }
 
 bool RateLimiter::allowed(unsigned hash, const BucketRule& rule, Time now) {
-    Bucket& mine = bucket(hash, rule, now);
+    Bucket* const found = bucketIfAny(hash);
+    Bucket& mine = found != nullptr ? *found : newBucket(hash, rule, now);
     refill(mine, rule, now);
     if (mine.tokens >= 1.0) {
         mine.tokens -= 1.0;
@@ -87,11 +82,6 @@ bool RateLimiter::allowed(unsigned hash, const BucketRule& rule, Time now) {
     return false;
 }
 
-std::uint64_t RateLimiter::takeSuppressed(unsigned hash) noexcept {
-    Bucket* const found = bucketIfAny(hash);
-    return found == nullptr ? 0 : std::exchange(found->suppressed, 0U);
-}
-
 std::vector<RateLimiter::Report> RateLimiter::takeDue(Time now, bool all) {
     std::vector<Report> reports;
     for (Bucket& each : buckets_) {
@@ -100,10 +90,6 @@ std::vector<RateLimiter::Report> RateLimiter::takeDue(Time now, bool all) {
         }
     }
     return reports;
-}
-
-std::optional<RateLimiter::Report> RateLimiter::takeEvicted() noexcept {
-    return std::exchange(evicted_, std::nullopt);
 }
 
 std::optional<RateLimiter::Time> RateLimiter::nextDue() const noexcept {

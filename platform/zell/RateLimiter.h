@@ -9,6 +9,7 @@
 #include <list>
 #include <optional>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace Zell {
@@ -33,13 +34,18 @@ public:
     bool allowed(unsigned hash, const BucketRule& rule, Time now);
 
     // Takes the count of refusals of one kind, leaving none.
-    std::uint64_t takeSuppressed(unsigned hash) noexcept;
+    std::uint64_t takeSuppressed(unsigned hash) noexcept {
+        Bucket* const found = bucketIfAny(hash);
+        return found == nullptr ? 0 : std::exchange(found->suppressed, 0U);
+    }
 
     // Takes the counts that are due: of kinds not refused for an interval, or of all kinds.
     std::vector<Report> takeDue(Time now, bool all);
 
     // Takes the count of the kind that had to make room, if it had refused messages.
-    std::optional<Report> takeEvicted() noexcept;
+    std::optional<Report> takeEvicted() noexcept {
+        return evicted_ ? std::exchange(evicted_, std::nullopt) : std::nullopt;
+    }
 
     // When the next count falls due, or nothing.
     std::optional<Time> nextDue() const noexcept;
@@ -59,8 +65,13 @@ private:
     };
 
     // Moves it to the front; null when there is none.
-    Bucket* bucketIfAny(unsigned hash) noexcept;
-    Bucket& bucket(unsigned hash, const BucketRule& rule, Time now);
+    Bucket* bucketIfAny(unsigned hash) noexcept {
+        return !buckets_.empty() && buckets_.front().hash == hash ? &buckets_.front()
+                                                                  : fartherBucketIfAny(hash);
+    }
+
+    Bucket* fartherBucketIfAny(unsigned hash) noexcept;
+    Bucket& newBucket(unsigned hash, const BucketRule& rule, Time now);
     static void refill(Bucket& bucket, const BucketRule& rule, Time now) noexcept;
 
     std::list<Bucket> buckets_; // most recently used first

@@ -43,7 +43,21 @@ TEST_F(LoadFailuresTest, ExplainsARefusalAfterItsMessage) {
     EXPECT_THAT(messages[1],
                 testing::StartsWith("VESTREL_INTEGRITY_LOAD_KEY_EXPLANATION: Certificate " +
                                     file("bad") +
-                                    " for keyring (.ima): refused (not-a-certificate): "));
+                                    " for keyring (.ima): refused (not-a-certificate, \"Bad "
+                                    "message\" or \"Invalid argument\"): "));
+}
+
+TEST_F(LoadFailuresTest, SaysWhatElseIsToBeKnownOfTheFile) {
+    CertificatePlan plan;
+    plan.notAfter = "210101000000Z";
+    const Bytes expired = CertificateAuthority::generate().issue(plan);
+    for (const char* const name : {"expired", "twin"}) {
+        write(file(name), {expired.begin(), expired.end()});
+    }
+    dispatch();
+    ASSERT_EQ(explained(), 2U);
+    EXPECT_THAT(messages[2], HasSubstr("; " + file("twin") + " carries the same key"));
+    EXPECT_THAT(messages[2], HasSubstr("; it expired on 2021-01-01, which the kernel ignores"));
 }
 
 TEST_F(LoadFailuresTest, WaitsUntilTheHandlerIsThrough) {
@@ -51,7 +65,7 @@ TEST_F(LoadFailuresTest, WaitsUntilTheHandlerIsThrough) {
     EXPECT_EQ(messages.size(), 1U);
     dispatch();
     EXPECT_EQ(messages.size(), 2U);
-    EXPECT_THAT(messages[1], HasSubstr("refused (unreadable-file)"));
+    EXPECT_THAT(messages[1], HasSubstr("refused (unreadable-file, \"No such file or directory\")"));
 }
 
 TEST_F(LoadFailuresTest, ExplainsABoundedNumberOfABurst) {

@@ -169,6 +169,20 @@ TEST_F(AgentVerbs, TraceFollowsUntilTheAgentEnds) {
     EXPECT_EQ(WEXITSTATUS(status), 1);
 }
 
+// Nothing happens that it could write, and the agent goes on.
+TEST_F(AgentVerbs, TraceFollowsNoLongerThanItsReader) {
+    const AgentProcess agent({.arguments = {"--trace", "5"}});
+    ready(agent);
+    const auto endOf = [](const std::string& trap) {
+        return shell("{ { timeout 60 sh -c '" + trap +
+                     "; exec " VESTREL_CTL
+                     " trace --follow' 2>&3; echo $? >&3; } | head -n 1 >/dev/null; } 3>&1")
+            .output;
+    };
+    EXPECT_EQ(endOf("trap - PIPE"), std::to_string(128 + SIGPIPE) + "\n");
+    EXPECT_EQ(endOf("trap \"\" PIPE"), "vestrelctl: nobody reads the result any more\n1\n");
+}
+
 TEST_F(AgentVerbs, FailWhenTheirResultCannotBeWritten) {
     const AgentProcess agent({.arguments = {"--trace", "5"}});
     ready(agent);

@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <system_error>
 
 namespace Vestrel::Tests {
@@ -29,6 +30,11 @@ namespace fs = std::filesystem;
 using testing::HasSubstr;
 
 const std::string directory = "/etc/keys/ima";
+const std::string placed = directory + "/good";
+const std::string cause = "Key was rejected by service";
+const std::string tooLong = "3600"; // for a test to wait it out
+const std::string none = R"({"parameters":{}})"
+                         "\n";
 
 std::string contentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -56,12 +62,14 @@ protected:
         fs::remove_all(agentSocketDirectory);
     }
 
-    // What an agent says that has refused so many files, all but the last of them others.
-    static std::string status(int refusals, const nlohmann::json& refused,
-                              const std::string& last) {
+    // What an agent says that has refused these files, each by the number of its last refusal.
+    static std::string status(const std::map<std::string, int>& refused) {
         nlohmann::json answer;
-        answer["parameters"]["counters"]["keyrings"][".ima"] = {
-            {"refusals", refusals}, {"refused", refused}, {"lastFailure", last}};
+        auto& counters = answer["parameters"]["counters"]["keyrings"][".ima"];
+        counters["refused"] = nlohmann::json::object();
+        for (const auto& [path, number] : refused) {
+            counters["refused"][path] = {{"reason", cause}, {"number", number}};
+        }
         return answer.dump() + "\n";
     }
 
@@ -172,35 +180,29 @@ TEST_F(CtlFiles, InstallKeepsAFileWithAnotherKey) {
     EXPECT_EQ(contentOf(directory + "/good"), "something else");
 }
 
-const std::string none = R"({"parameters":{}})"
-                         "\n";
-const std::string placed = directory + "/good";
-const std::string reason = "Key was rejected by service";
-const std::string tooLong = "3600"; // for a test to wait it out
-
 TEST_F(CtlFiles, InstallEndsWithTheRefusalThatTheAgentTellsOf) {
-    const Ran ran = installed({status(0, nlohmann::json::object(), ""),
-                               status(1, {{placed, reason}}, placed + ": " + reason)},
-                              tooLong);
+    const Ran ran = installed({status({}), status({{placed, 1}})}, tooLong);
     EXPECT_EQ(ran.status, 5);
     EXPECT_THAT(ran.out, HasSubstr("good: not-loaded: the agent says that it was refused: " +
-                                   reason + "; check could not know: it names"));
+                                   cause + "; check could not know: it names"));
 }
 
-TEST_F(CtlFiles, InstallSeesThatAFileIsRefusedOnceMore) {
-    const std::string last = placed + ": " + reason;
-    const Ran ran = installed(
-        {status(1, {{placed, reason}}, last), status(2, {{placed, reason}}, last)}, tooLong);
-    EXPECT_EQ(ran.status, 5);
-    EXPECT_THAT(ran.out, HasSubstr("the agent says that it was refused: " + reason));
+TEST_F(CtlFiles, InstallSeesThatAFileIsRefusedOnceMoreWhateverElseWasSince) {
+    const std::string before = status({{placed, 1}});
+    for (const std::string& after : {status({{placed, 2}}), status({{placed, 2}, {"other", 3}}),
+                                     status({{placed, 3}}), status({{placed, 9}, {"other", 8}})}) {
+        const Ran ran = installed({before, after}, tooLong);
+        EXPECT_EQ(ran.status, 5);
+        EXPECT_THAT(ran.out, HasSubstr("the agent says that it was refused: " + cause));
+        fs::remove_all(agentSocketDirectory);
+        fs::remove(placed);
+    }
 }
 
 TEST_F(CtlFiles, InstallIsNotMisledByEarlierRefusals) {
-    const std::string last = placed + ": " + reason;
-    const std::string before = status(1, {{placed, reason}}, last);
-    const std::string another =
-        status(2, {{placed, reason}, {"other", reason}}, "other: " + reason);
-    for (const std::string& after : {before, another}) {
+    const std::string before = status({{placed, 1}});
+    for (const std::string& after :
+         {before, status({{placed, 1}, {"other", 2}}), status({}), status({{"other", 2}})}) {
         const Ran ran = installed({before, after}, "0.05");
         EXPECT_EQ(ran.status, 5);
         EXPECT_THAT(ran.out, HasSubstr("good: not-loaded: no key of it came in time\n"));

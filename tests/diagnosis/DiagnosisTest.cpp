@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is said of certificates, for kernels that are made up here. The cases of tests/kernel show
 // that the real one does so.
-#include "diagnosis/Diagnosis.h"
-
+#include "diagnosis/DiagnosisText.h"
 #include "diagnosis/SignatureCheck.h"
 #include "keymodel/CertificateDescription.h"
 #include "tests/support/CertificateVerdicts.h"
@@ -367,6 +366,39 @@ TEST_F(DiagnosisTest, HasANameAndItsErrorsForEveryReason) {
     EXPECT_EQ(names.size(), static_cast<std::size_t>(Reason::unknownRule) + 1);
     EXPECT_EQ(errorsOf(Reason::noTrustedIssuer), std::vector<int>{ENOKEY});
     EXPECT_EQ(errorsOf(Reason::none), std::vector<int>{});
+}
+
+TEST(DiagnosisText, HasReasonErrorsAndEverythingElse) {
+    const Diagnosis whole{.finding = refused(Reason::badSignature, "why"),
+                          .description = "name: 01",
+                          .issuer = {},
+                          .issuerKeyIdentifier = {},
+                          .trusted = {},
+                          .carriedBy = {"/twin"},
+                          .isInKeyring = true,
+                          .remarks = {"one", "two"}};
+    EXPECT_EQ(textOf(whole, {}, ".ima"),
+              "refused (bad-signature, \"Key was rejected by service\" or \"Invalid argument\" or "
+              "\"Bad message\"): why; a key of its description is in .ima already; /twin carries "
+              "the same key; one; two");
+}
+
+TEST(DiagnosisText, NamesTheKeyUnlessItIsRefused) {
+    Diagnosis diagnosis;
+    diagnosis.description = "name: 01";
+    diagnosis.finding.explanation = "why";
+    EXPECT_EQ(textOf(diagnosis, {}, ".ima"), "accepted as \"name: 01\": why");
+    diagnosis.finding = unknown(Reason::unknownRule, "why");
+    EXPECT_EQ(textOf(diagnosis, {}, ".ima"),
+              "unknown (unknown-rule): why; the description of its key: \"name: 01\"");
+}
+
+TEST(DiagnosisText, HasTheErrorOfAFileThatCannotBeRead) {
+    const FileContent absent = fileContent("/none");
+    const Diagnosis diagnosis = diagnose(absent, ".ima", {});
+    EXPECT_EQ(textOf(diagnosis, absent, ".ima"),
+              "refused (unreadable-file, \"No such file or directory\"): it cannot be read: No "
+              "such file or directory");
 }
 
 } // namespace

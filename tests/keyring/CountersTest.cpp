@@ -67,7 +67,7 @@ TEST_F(Counters, RememberARefusedFileUntilItIsTaken) {
     keys.judgeWith([](auto) { return EBADMSG; });
     put("file", "text");
     dispatch();
-    EXPECT_EQ(ima().refused, (KeyringCounters::Refusals{{file("file"), "Bad message"}}));
+    EXPECT_EQ(ima().refused, (KeyringCounters::Refusals{{file("file"), {"Bad message", 1}}}));
     keys.judgeWith(nullptr);
     put("file", "text");
     dispatch();
@@ -89,7 +89,7 @@ TEST_F(Counters, RememberNoMoreRefusedFilesThanTheirLimit) {
     EXPECT_EQ(ima().refused.size(), 4096U);
     EXPECT_EQ(ima().refusals, static_cast<std::int64_t>(KeyringCounters::maxRefusedFiles) + 1);
     ima().refusalIs("0", "another");
-    EXPECT_EQ(ima().refused["0"], "another");
+    EXPECT_EQ(ima().refused["0"], (KeyringCounters::Refusal{"another", ima().refusals}));
 }
 
 TEST_F(Counters, CountNotificationsOfTheKeyring) {
@@ -253,6 +253,7 @@ TEST_F(Counters, AreReadThroughTheirTypeTable) {
 }
 
 TEST_F(Counters, ShowRefusedFilesThroughTheirTypeTable) {
+    ima().refusalIs("/a", "an earlier reason");
     ima().refusalIs("/a", "reason");
     const Zell::TypeData* const type = Zell::registeredType("Vestrel::KeyringCounters");
     ASSERT_NE(type, nullptr);
@@ -260,7 +261,10 @@ TEST_F(Counters, ShowRefusedFilesThroughTheirTypeTable) {
     type->collections().at(0).forEach(&ima(), [&](const Orvo::String& name, const auto& value) {
         ++refused;
         EXPECT_EQ(name, "/a");
-        EXPECT_EQ(std::get<Orvo::String>(value), "reason");
+        const auto& refusal = std::get<Orvo::Record>(value);
+        EXPECT_EQ(refusal.type->value(refusal.object.get(), 0),
+                  Orvo::Value(Orvo::String("reason")));
+        EXPECT_EQ(refusal.type->value(refusal.object.get(), 1), Orvo::Value(std::int64_t{2}));
     });
     EXPECT_EQ(refused, 1);
 }

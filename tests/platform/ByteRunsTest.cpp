@@ -69,6 +69,14 @@ TEST(ByteRuns, DigitsPointsAndColonsEndAtEveryOtherByte) {
         [](unsigned char c) { return isDigit(c) || c == '.' || c == ':'; }, ':');
 }
 
+TEST(ByteRuns, SpacesEndAtEveryOtherByte) {
+    compare<ByteRuns::Spaces>([](unsigned char c) { return c == ' '; }, ' ');
+}
+
+TEST(ByteRuns, NoQuotesEndAtQuotesOnly) {
+    compare<ByteRuns::NoQuotes>([](unsigned char c) { return c != '"'; }, '#');
+}
+
 TEST(ByteRuns, NoLineEndsEndAtLineEndsOnly) {
     compare<ByteRuns::NoLineEnds>([](unsigned char c) { return c != '\n' && c != '\r'; }, 'x');
 }

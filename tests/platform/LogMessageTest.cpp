@@ -129,24 +129,43 @@ TEST(LogHandle, TellsRecordsApartByTheirNames) {
     EXPECT_NE(first.idHash(), second.idHash());
 }
 
-TEST(Formatted, PutsArgumentsInPlace) {
-    const std::array<Orvo::String, 2> arguments{"one", "two"};
-    EXPECT_EQ(Zell::formatted("a %s (%s).", arguments), "a one (two).");
-    EXPECT_EQ(Zell::formatted("%s%s", arguments), "onetwo");
-    EXPECT_EQ(Zell::formatted("none", arguments), "none");
-    EXPECT_EQ(Zell::formatted("", arguments), "");
+class LogFormat : public LogTest {
+protected:
+    // The text that arguments give a message of that format.
+    std::string formatted(const char* format, std::initializer_list<std::string_view> arguments) {
+        LogDescriptor descriptor = firstRecord;
+        descriptor.format = format;
+        handle(descriptor).log(logString(arguments));
+        return messages.back();
+    }
+};
+
+TEST_F(LogFormat, PutsArgumentsInPlace) {
+    EXPECT_EQ(formatted("a %s (%s).", {"one", "two"}), "FIRST: a one (two).");
+    EXPECT_EQ(formatted("%s%s", {"one", "two"}), "FIRST: onetwo");
+    EXPECT_EQ(formatted("none", {"one", "two"}), "FIRST: none");
+    EXPECT_EQ(formatted("", {"one", "two"}), "FIRST: ");
 }
 
-TEST(Formatted, ReadsAnArgumentTooFewAsEmpty) {
-    const std::array<Orvo::String, 1> arguments{"one"};
-    EXPECT_EQ(Zell::formatted("<%s><%s><%s>", arguments), "<one><><>");
+TEST_F(LogFormat, ReadsAnArgumentTooFewAsEmpty) {
+    EXPECT_EQ(formatted("<%s><%s><%s>", {"one"}), "FIRST: <one><><>");
 }
 
-TEST(Formatted, KnowsNothingButTextAndPercent) {
-    const std::array<Orvo::String, 2> arguments{"%s", "two"};
-    EXPECT_EQ(Zell::formatted("100%% %s %s", arguments), "100% %s two");
-    EXPECT_EQ(Zell::formatted("%%s %s", arguments), "%s %s");
-    EXPECT_EQ(Zell::formatted("%d %", arguments), "%d %");
+TEST_F(LogFormat, KnowsNothingButTextAndPercent) {
+    EXPECT_EQ(formatted("100%% %s %s", {"%s", "two"}), "FIRST: 100% %s two");
+    EXPECT_EQ(formatted("%%s %s", {"%s", "two"}), "FIRST: %s %s");
+    EXPECT_EQ(formatted("%d %", {"%s", "two"}), "FIRST: %d %");
+}
+
+TEST_F(LogFormat, IsThatOfTheRecordAfterOneOfAnother) {
+    LogDescriptor other = firstRecord;
+    other.name = "OTHER";
+    for (int i = 0; i < 2; ++i) {
+        handle(firstRecord).log(logString({"one", "two"}));
+        EXPECT_EQ(messages.back(), "FIRST: one two");
+        handle(other).log(logString({"one", "two"}));
+        EXPECT_EQ(messages.back(), "OTHER: one two");
+    }
 }
 
 class LogDelivery : public LogTest {};
@@ -217,6 +236,15 @@ TEST_F(LogDelivery, KeepsNothingOfAnEarlierMessage) {
          {std::string("a longer text"), std::string("short"), longest, std::string()}) {
         mine.log(logString({text, "end"}));
         EXPECT_EQ(messages.back(), "FIRST: " + text + " end");
+    }
+}
+
+TEST_F(LogDelivery, HandsOverLinesOfEveryLength) {
+    auto mine = handle(firstRecord);
+    for (std::size_t size = 0; size < 2100; ++size) {
+        const std::string text(size, 't');
+        mine.log(logString({text, "end"}));
+        ASSERT_EQ(messages.back(), "FIRST: " + text + " end") << size;
     }
 }
 

@@ -145,6 +145,20 @@ TEST_F(Check, SaysThatTheKernelAloneFillsItsOwnKeyrings) {
     }
 }
 
+// Whoever asks for a keyring that was invalidated is told that there is none.
+TEST(MissingKeyring, TakesNoCertificate) {
+    if (testing::UnitTest::GetInstance()->test_to_run_count() != 1) {
+        GTEST_SKIP() << "no other case can run after it: it has a machine of its own";
+    }
+    ASSERT_EQ(keyctl_invalidate(Keyring::named(".ima").serial()), 0) << std::strerror(errno);
+    write(path, certificate("one"));
+    const Comparison result = comparison(".ima");
+    EXPECT_EQ(result.said.finding.reason, Reason::missingKeyring)
+        << result.said.finding.explanation;
+    EXPECT_EQ(result.error, ENOKEY);
+    expectAgreement(result);
+}
+
 TEST_F(Check, SeesTheKernelsBlacklist) {
     const KernelView view = kernelView(keyringNames);
     EXPECT_NE(find_key_by_type_and_desc("keyring", ".blacklist", 0), -1);

@@ -8,11 +8,27 @@
 
 namespace Vestrel::Tests {
 
-CtlRun ctl(const std::string& arguments) {
+namespace {
+
+std::string program() {
     const char* const given = std::getenv("VESTREL_CTL");
-    const std::string program = given != nullptr ? given : VESTREL_CTL;
-    Ended ended = shell(program + " " + arguments + " 2>&1");
+    return given != nullptr ? given : VESTREL_CTL;
+}
+
+CtlRun ran(const std::string& command) {
+    Ended ended = shell(command);
     return {ended.status, std::move(ended.output)};
+}
+
+} // namespace
+
+CtlRun ctl(const std::string& arguments) {
+    return ran(program() + " " + arguments + " 2>&1");
+}
+
+CtlRun typed(const std::string& command, const std::string& directory) {
+    return ran("exec 2>&1; vestrelctl() { " + program() + " \"$@\"; }; cd " + directory + " && " +
+               command);
 }
 
 } // namespace Vestrel::Tests

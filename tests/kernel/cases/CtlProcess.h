@@ -24,4 +24,7 @@ struct CtlRun {
 /// or else the one built with the tests. Throws std::system_error when there is no shell.
 CtlRun ctl(const std::string& arguments);
 
+/// Runs a command line that names vestrelctl, in that directory.
+CtlRun typed(const std::string& command, const std::string& directory);
+
 } // namespace Vestrel::Tests

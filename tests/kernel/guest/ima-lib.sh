@@ -6,12 +6,15 @@
 trust=${VESTREL_TRUST:?}
 agent=${VESTREL_AGENT:?}
 storm=${VESTREL_STORM:?}
+sender=$storm
 socket=/var/run/IMAKernelMessages
 agentLog=/results/ima-agent.log
 everything=/var/log/all.log
+forwarding=/guest-rsyslog/50-vestrel.conf
 patience=20 # seconds; the processor is emulated
-mallory=1002
 work=$(mktemp -d /tmp/ima.XXXXXX)
+# shellcheck source=tests/kernel/guest/appraisal-lib.sh
+. "$(dirname "$0")/appraisal-lib.sh"
 casesRun=0
 casesFailed=0
 agentProcess=''
@@ -93,10 +96,6 @@ must() {
     exit 1
 }
 
-not() {
-    ! "$@"
-}
-
 uptimeCentiseconds() {
     local seconds
     read -r seconds _ </proc/uptime
@@ -148,70 +147,22 @@ stopRsyslog() {
     rsyslogProcess=''
 }
 
+restartRsyslog() {
+    stopRsyslog
+    startRsyslog
+}
+
 asMallory() {
     su -s /bin/sh mallory -c "$1"
 }
 
-# --- files and what the kernel says of them
-
-# What is read must carry its hash; what is executed must be signed.
 loadPolicy() {
-    printf '%s\n' "appraise func=BPRM_CHECK mask=MAY_EXEC fowner=1000 appraise_type=imasig" \
-        "appraise func=FILE_CHECK mask=MAY_READ fowner=1001" >/sys/kernel/security/ima/policy
+    appraisalRules >"$policy"
 }
 
-# FILE [COMMAND...]: data to be read. The command (evmctl) comes before the owner: after that the file
-# cannot be read without a hash.
-dataFile() {
-    local file=$1
-    shift
-    echo data >"$file"
-    [ $# -eq 0 ] || must "$*" "$@" "$file"
-    chown 1001 "$file"
-}
-
-# FILE [COMMAND...]: a program to be executed.
-program() {
-    local file=$1
-    shift
-    printf '#!/bin/sh\necho "%s ran"\n' "$file" >"$file"
-    chmod 0755 "$file"
-    chown 1000 "$file"
-    [ $# -eq 0 ] || must "$*" "$@" "$file"
-}
-
-sign() { evmctl ima_sign --key "$1" "$2"; }
-
-hash() { evmctl ima_hash -a sha256 "$1"; }
-
-isRefused() {
-    not "$@" >"$work/refused" 2>&1 && grep -q "Permission denied" "$work/refused"
-}
+# --- keys
 
 # The certificate's key is in .ima.
 keyIs() { keyctl list %:.ima | grep -qF "$(cat "$trust/$1.description")"; }
 
 keyIsNot() { keyctl list %:.ima >"$work/list" && not grep -qF "$(cat "$trust/$1.description")" "$work/list"; }
-
-kernelSaid() {
-    dmesg | grep -qE -- "$1"
-}
-
-# CAUSE FILE COMMAND: the very line of the log.
-told() {
-    grep -qFx "VESTREL_INTEGRITY: Integrity error of type AUDIT_INTEGRITY_DATA ($1), for file $2, invoked by $3" \
-        "$agentLog"
-}
-
-mentioned() {
-    grep -qF -- "$1" "$agentLog"
-}
-
-# Whatever the kernel said before this record has been forwarded and dealt with when its message is
-# there: the road keeps the order.
-laterViolation() {
-    later=$((${later:-0} + 1))
-    dataFile /t/later$later
-    check "a later file is refused" isRefused cat /t/later$later
-    await "the later violation's message arrives" told missing-hash /t/later$later cat
-}

@@ -8,6 +8,8 @@
 
 # shellcheck shell=dash disable=SC3043 source=tests/kernel/guest/ima-lib.sh
 . "$(dirname "$0")/ima-lib.sh"
+# shellcheck source=tests/kernel/guest/appraisal-cases.sh
+. "$(dirname "$0")/appraisal-cases.sh"
 # shellcheck source=tests/kernel/guest/ima-cases.sh
 . "$(dirname "$0")/ima-cases.sh"
 # shellcheck source=tests/kernel/guest/ima-storm.sh
@@ -23,7 +25,7 @@ echo "mallory:x:$mallory:" >>/etc/group
 dmesg -n 1
 echo 0 >/proc/sys/kernel/printk_ratelimit
 mkdir -p /t /etc/rsyslog.d
-cp /guest-rsyslog/50-vestrel.conf /etc/rsyslog.d/
+cp "$forwarding" /etc/rsyslog.d/
 : >"$agentLog"
 must "an IMA policy" loadPolicy
 must "rsyslogd takes the configuration without a word" configurationIsTaken

@@ -4,36 +4,32 @@
 # the log daemon and the agent into the journal.
 
 # shellcheck disable=SC2016,SC2034,SC2154
-appraisalSteps=5
-example=$(find "$prefix/share/doc/vestrel-agent" -name 50-vestrel.conf)
-programs=/srv/programs
-policy=/sys/kernel/security/ima/policy
+appraisalSteps=15
+forwarding=$(find "$prefix/share/doc/vestrel-agent" -name 50-vestrel.conf)
+socket=/run/IMAKernelMessages
+everything=/var/log/syslog
+sender=/guest/send-datagram
+# shellcheck source=tests/kernel/guest/appraisal-lib.sh
+. "$(dirname "$0")/appraisal-lib.sh"
+# shellcheck source=tests/kernel/guest/appraisal-cases.sh
+. "$(dirname "$0")/appraisal-cases.sh"
 
 forwards() {
-    run "cp $example /etc/rsyslog.d/"
+    run "cp $forwarding /etc/rsyslog.d/"
     run "rsyslogd -N1"
     run "systemctl restart rsyslog"
     check "the log daemon is active" isActive rsyslog
-    run "ls -l /run/IMAKernelMessages"
-    check "the agent's socket is a socket, and only root's" \
-        [ "$(stat -c '%F %a %u' /run/IMAKernelMessages)" = "socket 600 0" ]
+    run "ls -l $socket"
+    socketBelongsToRoot
 }
 
 demands() {
     run "echo 0 >/proc/sys/kernel/printk_ratelimit"
-    run "echo 'appraise func=BPRM_CHECK mask=MAY_EXEC fowner=1000 appraise_type=imasig' >$policy"
-    check "the kernel has the policy" grep -q 'func=BPRM_CHECK.*fowner=1000' "$policy"
-}
-
-writeProgram() {
-    mkdir -p "$programs"
-    printf '#!/bin/sh\necho "%s runs"\n' "$1" >"$programs/$1"
-    chmod 0755 "$programs/$1"
-    run "chown 1000 $programs/$1"
-}
-
-isRefused() {
-    ! "$@" >"$work/answer" 2>&1 && grep -q "Permission denied" "$work/answer"
+    appraisalRules >"$work/rules"
+    run "tee $policy <$work/rules"
+    check "the kernel has the rule for programs" grep -q 'func=BPRM_CHECK.*fowner=1000' "$policy"
+    check "and the one for files" grep -q 'func=FILE_CHECK.*fowner=1001' "$policy"
+    mkdir /t
 }
 
 messageSays() {
@@ -78,6 +74,15 @@ certifies() {
     check "with the certificate installed, it runs" [ "$(cat "$work/output")" = "signed runs" ]
 }
 
+# What the shared cases are asked through here: the agent's messages come from the journal's follower.
+restartRsyslog() {
+    systemctl restart rsyslog
+}
+
+asMallory() {
+    setpriv --reuid "$mallory" --regid "$mallory" --clear-groups sh -c "$1"
+}
+
 # More than the agent lets pass in ten seconds. None may be lost without being counted. The log daemon
 # stands still meanwhile, so that the lines come at once however slow the machine is. This shell itself
 # calls the program, so its messages are told from the others.
@@ -90,8 +95,8 @@ storms() {
     await "the agent has had the kernel's line of each" matchedSince "$before" "$refusals"
     await "those that were told and those reported as left out are all" accounted "$refusals"
     run "journalctl -q --no-pager -o cat -u $unit -g 'messages suppressed' -n 3"
-    run "echo $(told) told, $(leftOut) left out"
-    check "a hundred were told" [ "$(told)" -ge 100 ]
+    run "echo $(toldOfStorm) told, $(leftOut) left out"
+    check "a hundred were told" [ "$(toldOfStorm)" -ge 100 ]
     check "some were left out" [ "$(leftOut)" -gt 0 ]
 }
 
@@ -103,7 +108,7 @@ matchedSince() {
     [ "$(($(matches) - $1))" = "$2" ]
 }
 
-told() {
+toldOfStorm() {
     journalctl -q --no-pager -o cat -u "$unit" LOG_NAME=VESTREL_INTEGRITY "LOG_ARG_4=${0##*/}" | wc -l
 }
 
@@ -113,13 +118,23 @@ leftOut() {
 }
 
 accounted() {
-    [ "$(($(told) + $(leftOut)))" = "$1" ]
+    [ "$(($(toldOfStorm) + $(leftOut)))" = "$1" ]
 }
 
 tellAppraisal() {
     tell forwards "rsyslog forwards the kernel's lines, as the installed example says"
-    tell demands "From now on, the kernel runs programs of user 1000 only when they are signed"
+    tell demands "From now on, the kernel wants signed programs of user 1000, and hashed files of user 1001"
     tell refuses "A program is refused: the journal has the message, its fields and its explanation"
     tell certifies "A certificate is installed, and the program that it vouches for runs"
+    tell userCannotWrite "An ordinary user cannot write to the agent's socket"
+    tell missingHash "A file without a hash: the journal has its message"
+    tell invalidHash "A file that is not what was hashed"
+    tell signatureRequired "A program that has a hash where it needs a signature"
+    tell invalidSignature "A program that was changed after it was signed, and one that a stranger signed"
+    tell hexNames "Names that the kernel writes as hex are no message"
+    tell cutRecords "A record that the kernel cuts short is no message"
+    tell otherRecords "Records of other kinds are no message"
+    tell forgedLines "An ordinary user forges kernel lines: the log daemon does not forward them"
+    tell looseFilter "The same lines get through where its filter asks for the facility alone"
     tell storms "A storm of refusals: what is left out is counted and reported"
 }

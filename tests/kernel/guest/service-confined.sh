@@ -40,7 +40,14 @@ showNamespaces() {
     for name in mnt net uts; do
         check "its namespace '$name' is its own" ownNamespace $name
     done
+    run "/guest/packet-filters $(controlGroup "$unit") $(controlGroup rsyslog.service)"
+    check "it neither gets nor sends IP packets: a filter of its own stands at either end" \
+        [ "$(/guest/packet-filters "$(controlGroup "$unit")")" = "1 in, 1 out" ]
     check "its user namespace is the machine's: the keyrings belong to that one" sharedNamespace user
+}
+
+controlGroup() {
+    echo "/sys/fs/cgroup$(property ControlGroup "$1")"
 }
 
 inItsFiles() {
@@ -124,6 +131,8 @@ Operation not permitted: make a mount namespace
 Operation not permitted: change personality
 Address family not supported by protocol: make a netlink socket
 Operation not permitted: make a setuid file
+killed: have a call of another architecture answered
+in vain: make a file that others can read
 Read-only file system: write in /etc
 Read-only file system: write in /etc/keys
 Read-only file system: write in /var
@@ -134,6 +143,7 @@ Read-only file system: make a control group
 No such file or directory: open /dev/kmsg
 No such file or directory: open the disk
 No such file or directory: see the service manager
+Permission denied: look at the kernel's modules
 Connection refused: reach the network of the machine
 ENDS
 }
@@ -149,6 +159,7 @@ listens() {
 tryWalls() {
     local end name
     touch /tmp/vestrel-seen
+    mkdir -p /usr/lib/modules
     perl -MSocket -e 'socket(my $s, AF_UNIX, SOCK_STREAM, 0); bind($s, pack_sockaddr_un("\0$ARGV[0]"));
         listen($s, 5); sleep 600' "$listener" &
     await "somebody listens in the machine's network" listens

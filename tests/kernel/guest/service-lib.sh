@@ -16,6 +16,13 @@ agentsLastLines() {
     journalctl --no-pager -o cat -n "$1" -u "$unit"
 }
 
+# WHAT COMMAND...: not worth a line unless it fails.
+must() {
+    local what=$1
+    shift
+    "$@" >"$work/answer" 2>&1 || failed "set-up: $what"
+}
+
 # --- the service manager's answers
 
 property() {

@@ -3,8 +3,10 @@
 # The last chapter of the service's story: the agent is killed, stands still, is stopped and goes.
 
 # shellcheck disable=SC2016,SC2034,SC2154
-lifeSteps=4
-if dpkg-query -W vestrel-agent >/dev/null 2>&1; then lifeSteps=5; fi
+lifeSteps=5
+if dpkg-query -W vestrel-agent >/dev/null 2>&1; then lifeSteps=6; fi
+initScript=/etc/init.d/vestrel-agent
+pidFile=/run/vestrel-agent.pid
 
 # While the agent stands still, a file comes: whoever follows it has to find that out.
 killed() {
@@ -25,14 +27,23 @@ startedAgain() {
     check "that is start $1 after a failure" is NRestarts "$1"
 }
 
+# A file that leaves, comes back and is deleted between two readings: see ARCHITECTURE.md, "Deliberate
+# limits".
 aborted() {
-    local process
+    local process before
     process=$(mainProcess)
-    remember .ima
-    run "kill -ABRT $process"
+    before=$(serials .ima alpha)
+    run "kill -STOP $process"
+    run "mv $keys/ima/gamma.der $keys/"
+    run "mv $keys/gamma.der $keys/ima/"
+    run "rm $keys/ima/gamma.der"
+    run "kill -CONT $process"
     await "the service manager starts another one" runsAnew "$process"
     startedAgain 2
-    check ".ima holds the very keys that it held before" isAsRemembered .ima
+    check "the agent has said which invariant broke" tracesSay "removeFile: assertion failed: oldDesc"
+    check "and has ended itself" managerSays "status=6/ABRT"
+    check "alpha's key is the very one that it was" [ "$(serials .ima alpha)" = "$before" ]
+    check "gamma's is gone with its file" isNotIn .ima gamma
     await "nothing is wrong" endsWith 0 vestrelctl status
 }
 
@@ -73,6 +84,27 @@ noneExists() {
     [ ! -e "$1" ] && [ ! -e "$2" ]
 }
 
+# What README.md has for systems without systemd; a build is not installed where that expects it.
+startedByScript() {
+    sed "s,/usr/sbin/vestrel-agent,$agent," /guest/init-script >"$initScript"
+    chmod 0755 "$initScript"
+    run "$initScript start && [ -S /run/vestrel/agent.sock ]" # at once: vestrelctl itself takes a moment
+    check "when that has ended, the agent is ready" endsWith 0 vestrelctl status
+    check "it is no service" is ActiveState inactive
+    check "its process is on record" [ "/proc/$(cat $pidFile)/exe" -ef "$agent" ]
+    unlinkAlpha
+    run "$initScript reload"
+    await "after a reload alpha's key is back" isIn .ima alpha
+    await "nothing is wrong" endsWith 0 vestrelctl status
+    remember .ima
+    run "$initScript stop"
+    check "it has ended in order: its sockets are gone" noneExists /run/vestrel/agent.sock /run/IMAKernelMessages
+    check "and the record of its process" [ ! -e $pidFile ]
+    check ".ima holds the very keys that it held before" isAsRemembered .ima
+    runEnding 2 "$initScript"
+    rm -r "$initScript" /run/vestrel
+}
+
 purged() {
     run "systemctl start $unit"
     dpkg -L vestrel-agent libvestrelsm1 | sort -u >"$work/files"
@@ -107,7 +139,8 @@ tellLife() {
     tell aborted "It ends by a broken invariant: another one is started"
     tell standsStill "Its loop stands still: the watchdog has it replaced"
     tell stopped "It is stopped: it ends in order, and the keys stay"
-    if [ $lifeSteps -eq 5 ]; then
+    tell startedByScript "Without the service manager: the init script of README.md starts and stops it"
+    if [ $lifeSteps -eq 6 ]; then
         tell purged "The packages are purged: nothing of them is left"
     fi
 }

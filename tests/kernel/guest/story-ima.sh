@@ -10,7 +10,6 @@
 
 # shellcheck shell=dash disable=SC2034,SC2119,SC2154,SC3043
 appraisalSteps=6
-programs=/srv/programs
 socket=/var/run/IMAKernelMessages
 policy=/sys/kernel/security/ima/policy
 
@@ -70,13 +69,6 @@ refuseAgain() {
     refused signed invalid-signature 2
 }
 
-writeProgram() {
-    mkdir -p "$programs"
-    printf '#!/bin/sh\necho "%s runs"\n' "$1" >"$programs/$1"
-    chmod 0755 "$programs/$1"
-    run "chown 1000 $programs/$1"
-}
-
 # NAME CAUSE [TIMES]: does not run, and the operator is told so, for the TIMESth time.
 refused() {
     local line
@@ -84,7 +76,7 @@ refused() {
     run "env $programs/$1 || true"
     check "the kernel does not run it" grep -q "Permission denied" "$work/output"
     await "the agent's log tells the operator" toldTimes "${3:-1}" "$line"
-    run "dmesg | grep op=appraise_data | tail -n 1"
+    run "dmesg | grep type=1800 | tail -n 1"
     run "grep ^VESTREL_INTEGRITY: $agentLog | tail -n 1"
 }
 

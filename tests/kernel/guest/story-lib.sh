@@ -8,6 +8,7 @@ trust=${VESTREL_TRUST:?}
 agentLog=/results/agent.log
 notifyLog=/results/notify.log
 commandLog=/results/commands.log
+programs=/srv/programs # those that the kernel appraises
 patience=10 # seconds
 work=$(mktemp -d /tmp/story.XXXXXX)
 agentProcess=''
@@ -153,6 +154,15 @@ watchesDirectory() {
 # A keyring's watch lives as long as both ends of its pipe.
 wholePipes() {
     find "/proc/$agentProcess/fd" -type l -exec readlink {} \; | grep '^pipe:' | sort | uniq -c | awk '$1 >= 2' | wc -l
+}
+
+# --- what the kernel appraises
+
+writeProgram() {
+    mkdir -p "$programs"
+    printf '#!/bin/sh\necho "%s runs"\n' "$1" >"$programs/$1"
+    chmod 0755 "$programs/$1"
+    run "chown 1000 $programs/$1"
 }
 
 # --- the agent's answers

@@ -23,6 +23,8 @@ findKeyrings() {
     done
     run "keyctl list %:.builtin_trusted_keys"
     check "the test authority is in .builtin_trusted_keys" isIn .builtin_trusted_keys ca
+    run "keyctl list %:.blacklist"
+    check "the kernel shows whom it rejects: nobody" isEmpty .blacklist
 }
 
 layFiles() {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A diagnosis as a row of a result, and as a line.
+// A diagnosis as a row of a result, and as an exit status.
 #pragma once
 
 #include "ctl/ExitStatus.h"
@@ -11,9 +11,6 @@
 namespace Vestrel {
 
 Json rowOf(const FileContent& file, const std::string& keyring, const Diagnosis& diagnosis);
-
-// Such as: signer.der: refused (no-trusted-issuer, "Required key not available"): its issuer ...
-std::string lineOf(const Json& row);
 
 ExitStatus statusOf(const Diagnosis& diagnosis);
 
