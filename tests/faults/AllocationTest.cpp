@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Lets each allocation of the two factories fail: the exception leaves, and nothing stays behind.
+#include "platform/brisklog/Brisklog.h"
 #include "syslog/IntegritySyslogSm.h"
 #include "tests/fakes/Aside.h"
 #include "tests/faults/Allocations.h"
 #include "tests/keyring/CertificateDirectories.h"
+
+#include <malloc.h>
 
 #include <filesystem>
 #include <new>
@@ -100,6 +103,44 @@ TEST_P(Allocation, ThatFailsLeavesTheKeyringFactoryAsAnExceptionWithNothingLeftB
 
 TEST_P(Allocation, ThatFailsLeavesTheSyslogFactoryAsAnExceptionWithNothingLeftBehind) {
     strikeEach([] { return integritySyslogSmFactory(); }, [&] { clear(); });
+}
+
+class KernelText : public CertificateDirectories {
+protected:
+    KernelText() { start(); }
+
+    // In bytes. None where a sanitizer gives them out, which itself tells what is not given back.
+    static std::size_t memoryInUse() {
+        Brisklog::eventsDelAll();
+        const auto info = mallinfo2();
+        return info.uordblks + info.hblkhd;
+    }
+
+    // Whether there was such an allocation.
+    bool hasStruck(std::size_t turn, key_serial_t key) {
+        clear();
+        const FailingAllocation failure(turn, Failing::once);
+        try {
+            sm->getKey(key, ".ima");
+        } catch (const std::bad_alloc&) {
+            return true;
+        }
+        return false;
+    }
+};
+
+TEST_F(KernelText, OfAKeyIsGivenBackWhicheverAllocationFails) {
+    constexpr std::size_t size = 1U << 20U;
+    const key_serial_t key = keys.addKey(".ima", std::string(size, 'd'));
+    Zell::traceSinkIs(nullptr);
+    sm->getKey(key, ".ima"); // whatever is made once for the process
+    const std::size_t before = memoryInUse();
+    std::size_t turn = 1;
+    for (; hasStruck(turn, key); ++turn) {
+        ASSERT_LT(turn, moreThanEnough);
+        ASSERT_LT(memoryInUse(), before + size / 2) << "allocation " << turn;
+    }
+    EXPECT_GT(turn, 5U);
 }
 
 #if defined(__SANITIZE_ADDRESS__)

@@ -146,6 +146,18 @@ TEST_F(Reflection, KnowsTheTypeByItsName) {
     EXPECT_EQ(&type, Zell::registeredType("Vestrel::IntegrityKeyringSm"));
 }
 
+TEST_F(Reflection, GivesTheKeyringCollectionAndTheLoader) {
+    const Zell::TypeData& type = sm->typeData();
+    ASSERT_EQ(type.attributes().size(), 2U);
+    EXPECT_STREQ(type.attributes()[0].name, "integrityKeyringColl");
+    EXPECT_STREQ(type.attributes()[1].name, "keyLoader");
+    const auto given = [&](std::size_t at) {
+        return std::get<Orvo::Ptr<Orvo::Node>>(type.value(sm.get(), at));
+    };
+    EXPECT_EQ(given(0).get(), coll.get());
+    EXPECT_EQ(given(1).get(), sm->keyLoader().get());
+}
+
 TEST_F(Reflection, ExposesTheThreeCollections) {
     std::vector<std::string> names;
     for (const Zell::CollectionData& collection : sm->typeData().collections()) {
@@ -245,7 +257,13 @@ TEST_F(Reflection, RefusesOtherConstructorArguments) {
     const Zell::TypeData& type = sm->typeData();
     const std::array<Orvo::Value, 4> wrong{Orvo::Ptr<Orvo::Node>(coll), std::int64_t{1},
                                            Orvo::Ptr<Orvo::Node>(sm), Orvo::Ptr<Orvo::Node>()};
-    EXPECT_THROW(type.construct({}), Zell::AttributeError);
+    try {
+        type.construct({});
+        ADD_FAILURE() << "constructed";
+    } catch (const Zell::AttributeError& refusal) {
+        EXPECT_STREQ(refusal.what(),
+                     "Vestrel::IntegrityKeyringSm is constructed from integrityKeyringColl");
+    }
     EXPECT_THROW(type.construct({wrong.data(), 2}), Zell::AttributeError);
     for (std::size_t i = 1; i < wrong.size(); ++i) {
         EXPECT_THROW(type.construct({&wrong[i], 1}), Zell::AttributeError) << i;

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <map>
 #include <regex>
 #include <string>
 #include <utility>
@@ -85,10 +86,18 @@ TEST_F(Counters, RememberNoMoreRefusedFilesThanTheirLimit) {
     for (std::size_t i = 0; i <= KeyringCounters::maxRefusedFiles; ++i) {
         ima().refusalIs(std::to_string(i), "any");
     }
-    EXPECT_EQ(ima().refused.size(), KeyringCounters::maxRefusedFiles);
+    EXPECT_EQ(ima().refused.size(), 4096U);
     EXPECT_EQ(ima().refusals, static_cast<std::int64_t>(KeyringCounters::maxRefusedFiles) + 1);
     ima().refusalIs("0", "another");
     EXPECT_EQ(ima().refused["0"], (KeyringCounters::Refusal{"another", ima().refusals}));
+}
+
+TEST_F(Counters, CountNotificationsOfTheKeyring) {
+    keys.addKey(".ima", "first");
+    keys.addKey(".ima", "second");
+    dispatch();
+    EXPECT_EQ(ima().notifications, 2);
+    EXPECT_EQ(doubts_, 0);
 }
 
 TEST_F(Counters, CountAnOverflowOfTheDirectoryAsDoubt) {
@@ -130,6 +139,31 @@ TEST_F(Counters, CountClearedRevokedAndRemovedKeyringsAsDoubt) {
     dispatch();
     EXPECT_EQ(ima().upsets, 3);
     EXPECT_EQ(doubts_, 3);
+}
+
+TEST_F(Counters, TellTheObserverOfADoubtWhenItHasBeenTraced) {
+    TraceLines traced;
+    KeyringCounters::doubtObserverIs([&] { traced = traces(1); });
+    const int queue = sm->watcherInfos(".ima").readFd;
+    calls.feedRead(queue, std::string_view("\0\0\0\1\20\0\0\0\0\0\0\0\0\0\0\0", 16));
+    sm->handleKeyringWatch(".ima");
+    EXPECT_EQ(traced, TraceLines{"1 handleKeyringWatch: Notification was lost"});
+    clear();
+    keys.removeKeyring(".ima");
+    dispatch();
+    EXPECT_EQ(traced, TraceLines{"1 handleKeyringWatch: Watched keyring .ima has been removed"});
+}
+
+TEST_F(Counters, AreVisitedUnderTheNamesOfTheirKeyrings) {
+    ima().loads = 7;
+    KeyringCounters::of(".machine"); // made at first use
+    std::map<std::string, std::int64_t> loads;
+    KeyringCounters::forEach([&](const std::string& keyring, const KeyringCounters& counters) {
+        loads[keyring] = counters.loads;
+        EXPECT_EQ(&counters, &KeyringCounters::of(keyring));
+    });
+    EXPECT_EQ(loads.at(".ima"), 7);
+    EXPECT_TRUE(loads.contains(".machine"));
 }
 
 TEST_F(Counters, GoOnWhenTheStateMachineIsMadeAgain) {

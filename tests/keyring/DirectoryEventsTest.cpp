@@ -44,6 +44,13 @@ TEST_F(DirectoryEvents, EndWithAReadError) {
     EXPECT_TRUE(sm->inotifyDescriptors().has(".ima"));
 }
 
+TEST_F(DirectoryEvents, EndWithTheErrorOfTheReadWhateverATraceLeavesInErrno) {
+    onTrace = [](const std::string&) { errno = EIO; };
+    drain();
+    onTrace = nullptr;
+    EXPECT_EQ(traces().back(), "5 handleInotify: No more to read");
+}
+
 TEST_F(DirectoryEvents, EndWithAReadOfNothing) {
     calls.feedReadEnd(inotifyFd());
     sm->handleInotify(".ima");

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests what start-up makes of the files in a keyring's certificate directory.
+#include "platform/zell/OwnedFd.h"
 #include "tests/keyring/CertificateDirectories.h"
 
+#include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -136,6 +139,16 @@ TEST_F(DirectoryScan, SkipsWhatIsNotARegularFile) {
     EXPECT_TRUE(keyCalls("add_key").empty());
     EXPECT_EQ(traces(1), TraceLines{});
     EXPECT_TRUE(messages.empty());
+}
+
+TEST_F(DirectoryScan, DoesNotOpenWhatIsNotARegularFile) {
+    ASSERT_EQ(mkfifo(file("fifo").c_str(), 0600), 0);
+    const Zell::OwnedFd opened(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    ASSERT_NE(inotify_add_watch(opened.get(), file("fifo").c_str(), IN_OPEN), -1);
+    start();
+    std::array<char, 256> events{};
+    EXPECT_EQ(read(opened.get(), events.data(), events.size()), -1);
+    EXPECT_EQ(errno, EAGAIN);
 }
 
 TEST_F(DirectoryScan, SkipsSilentlyWhatIsNotACertificate) {

@@ -72,6 +72,25 @@ TEST_F(KeyringWatcher, TracesItsWayInOrder) {
               }));
 }
 
+TEST_F(KeyringWatcher, TracesAMemberBeforeItIsMade) {
+    keepOnly(".ima");
+    const key_serial_t key = keys.addKey(".ima", described("present"));
+    int seen = 0;
+    onTrace = [&](const std::string& line) {
+        if (line == "5 createWatcher: .ima") {
+            ++seen;
+            EXPECT_FALSE(keyColl());
+        } else if (line == created(key, described("present"))) {
+            ++seen;
+            EXPECT_EQ(keyColl()->key(key), nullptr);
+        }
+    };
+    start();
+    onTrace = nullptr;
+    EXPECT_EQ(seen, 2);
+    EXPECT_NE(keyColl()->key(key), nullptr);
+}
+
 TEST_F(KeyringWatcher, AsksTheKernelInOrder) {
     keepOnly(".ima");
     const key_serial_t key = keys.addKey(".ima", described("present"));

@@ -55,6 +55,20 @@ TEST_F(StartUp, TracesItselfFirst) {
     EXPECT_EQ(traces(1), TraceLines{}) << "nothing failed";
 }
 
+TEST_F(StartUp, TracesItselfBeforeItMakesAnything) {
+    bool seen = false;
+    onTrace = [&](const std::string& line) {
+        if (line == "5 handleInitialized: ") {
+            seen = true;
+            EXPECT_FALSE(alive().contains(IntegrityKeyLoader::pelbinName));
+        }
+    };
+    start();
+    onTrace = nullptr;
+    EXPECT_TRUE(seen);
+    EXPECT_TRUE(alive().contains(IntegrityKeyLoader::pelbinName));
+}
+
 TEST_F(StartUp, SwitchesTheActivityManagerToEpoll) {
     Zell::ActivityFacility::activityManagerConfig().useEpollIs(false);
     start();
@@ -161,6 +175,14 @@ TEST_F(StartUp, GivesEverythingBackWhenItIsGivenUp) {
         EXPECT_EQ(alive(), entities) << keyrings;
         EXPECT_EQ(traces(1), TraceLines{});
     }
+}
+
+TEST_F(StartUp, ClosesNothingThatItHasNotOpenedWhenItIsGivenUp) {
+    put("a", "first");
+    calls.failNext("inotify_init1", EMFILE);
+    const UnreadableDirectories unreadable(EIO);
+    EXPECT_EQ(causeOfFailure(), EIO);
+    EXPECT_EQ(std::ranges::count(calls.callsOf({"close"}), "close 0"), 0);
 }
 
 TEST_F(StartUp, CanBeTriedAgainAfterItWasGivenUp) {

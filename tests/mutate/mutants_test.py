@@ -5,10 +5,13 @@ import pathlib
 import subprocess
 import sys
 import tempfile
+import types
 import unittest
+import unittest.mock
 
 sys.dont_write_bytecode = True
 import schemata  # noqa: E402
+import worktree  # noqa: E402
 from mutants import mutants_of, places  # noqa: E402
 
 
@@ -117,6 +120,7 @@ struct Counter {
         count += 1;
     }
     int count;
+    int first = 7;
 };
 int doubled(int a) {
     return a * two;
@@ -126,7 +130,8 @@ int halved(int a) {
 }
 }
 int main() {
-    std::printf("%d %d %d %d", doubled(four), added(1), Counter(5).count, halved(6));
+    std::printf("%d %d %d %d %d", doubled(four), added(1), Counter(5).count, halved(6),
+        Counter(0).first);
 }
 """
 
@@ -153,16 +158,20 @@ class Weaving(unittest.TestCase):
         faults = [(number, m) for number, m in numbered(SOURCE) if m.kind != "operands"]
         errors, program = self.woven_program(SOURCE, faults)
         self.assertEqual(errors, "")
-        self.assertEqual(self.said(program, 0), "8 11 6 3")
+        self.assertEqual(self.said(program, 0), "8 11 6 3 7")
         said = {m.before_and_after(SOURCE)[1]: self.said(program, number) for number, m in faults}
-        self.assertEqual(said["return a + two;"], "6 11 6 3")
-        self.assertEqual(said["count -= 1;"], "8 11 4 3")
-        self.assertEqual(said["constexpr int two = 3;"], "12 11 6 2")
+        self.assertEqual(said["return a + two;"], "6 11 6 3 7")
+        self.assertEqual(said["count -= 1;"], "8 11 4 3 7")
+        self.assertEqual(said["constexpr int two = 3;"], "12 11 6 2 7")
+        self.assertEqual(said["int first = 8;"], "8 11 6 3 8")
 
     def test_what_the_compiler_has_to_know_is_not_woven(self):
         woven = {m.before_and_after(SOURCE)[1] for _, m in numbered(SOURCE)}
         self.assertNotIn("constexpr int three = 4;", woven)  # another constant is made of it
         self.assertFalse([text for text in woven if "added(int a)" in text])
+        without_numbers = schemata.weavable(SOURCE, mutants_of(SOURCE), numbers=False)
+        left = {m.before_and_after(SOURCE)[1] for m in without_numbers}
+        self.assertEqual(woven - left, {"int first = 8;"})
         self.assertFalse(numbered("auto f() {\n    return 1;\n}\n"))
         self.assertFalse(numbered("const Table table{\n    1,\n};\n"))
 
@@ -176,6 +185,25 @@ class Weaving(unittest.TestCase):
         refused = [number for number, m in faults if m.kind == "operands"]
         self.assertEqual(schemata.numbers_in_errors(errors), set(refused))
         self.assertEqual(len(refused), 1)
+
+
+class Copy(unittest.TestCase):
+    """Of the sources, which the faults are put into."""
+
+    def test_sources_with_faults_keep_them_and_are_there_from_the_beginning(self):
+        directory = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        source, copy = directory / "source", directory / "copy"
+        source.mkdir()
+        listing = types.SimpleNamespace(stdout="a.cpp\nb.cpp\n")
+        with unittest.mock.patch.multiple(
+            worktree, ROOT=source, TREE=copy, run=lambda *_, **__: listing
+        ):
+            for text in ("first", "second"):
+                for name in ("a.cpp", "b.cpp"):
+                    (source / name).write_text(text)
+                worktree.copy_tree({"a.cpp"})
+        self.assertEqual((copy / "a.cpp").read_text(), "first")
+        self.assertEqual((copy / "b.cpp").read_text(), "second")
 
 
 if __name__ == "__main__":

@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """Weaves many faults into one source: each function holds its body once for each fault of it, and
-the number in the environment decides which one runs. So all are compiled at once.
+the number in the environment decides which one runs. So all are compiled at once. The value that a
+member has from the beginning is chosen likewise.
 
-Faults outside of such functions, and in functions that have to be known to the compiler, are left
-to be compiled one by one.
+Faults elsewhere, and in functions that have to be known to the compiler, are left to be compiled
+one by one.
 """
 
 import re
@@ -35,6 +36,17 @@ def bodies(code):
 # A constant of the file, which a body can have differently by a constant of its own.
 CONSTANT = re.compile(r"^constexpr [^;()]*?\b(?P<name>\w+)(?: = |\{)[^;]*;", re.MULTILINE)
 
+# A number that a member has from the beginning.
+INITIALISER = re.compile(
+    r"^[ ]+(?!static\b|constexpr\b|const\b|return\b)[\w:]+ \w+ = (?P<value>\w+);", re.MULTILINE
+)
+
+
+def initialisers(code, spans):
+    """The spans of such numbers; what is local in a function is none."""
+    found = [match.span("value") for match in INITIALISER.finditer(code)]
+    return [span for span in found if not any(a <= span[0] < b for a, b in spans)]
+
 
 def within(spans, mutant):
     return next((span for span in spans if span[0] <= mutant.start and mutant.end <= span[1]), None)
@@ -53,11 +65,12 @@ def users(code, spans, constant):
     return sorted(set(found))
 
 
-def places(source, mutants):
+def places(source, mutants, numbers=True):
     """For each fault that can be woven: the bodies that it changes, and the constant that it is in,
-    if it is in one."""
+    if it is in one. `numbers` tells whether those that members begin with are free to be woven."""
     code = code_of(source)
     spans = bodies(code)
+    values = initialisers(code, [span for _, span in functions(code)]) if numbers else []
     constants = {match.span(): match for match in CONSTANT.finditer(code)}
     for mutant in mutants:
         if span := within(spans, mutant):
@@ -65,11 +78,13 @@ def places(source, mutants):
         elif around := within(constants, mutant):
             if used := users(code, spans, constants[around]):
                 yield mutant, used, around
+        elif value := within(values, mutant):
+            yield mutant, [value], None
 
 
-def weavable(source, mutants):
+def weavable(source, mutants, numbers=True):
     """Those of the faults that can be woven."""
-    return [mutant for mutant, _, _ in places(source, mutants)]
+    return [mutant for mutant, _, _ in places(source, mutants, numbers)]
 
 
 def line(source, at, name):
@@ -93,16 +108,24 @@ def body_with(source, span, mutant, constant):
 
 def woven(source, path, numbered):
     """The source with all the faults, `numbered` being pairs of number and fault."""
-    cases = {}
+    cases, values = {}, initialisers(code_of(source), [])
     number_of = {mutant: number for number, mutant in numbered}
     for mutant, spans, constant in places(source, number_of):
         number = number_of[mutant]
         for span in spans:
+            if span in values:
+                chosen = f"vestrelMutant() == {number} ? {changed(source, span, mutant)} : "
+                cases.setdefault(span, []).append(chosen)
+                continue
             body = body_with(source, span, mutant, constant)
             text = case(f"case {number}", source, span, f"mutant-{number}", body)
             cases.setdefault(span, []).append(text)
     text, done = f'#include "{HEADER}"\n#line 1 "{path}"\n', 0
     for start, end in sorted(cases):
+        if (start, end) in values:
+            text += source[done:start] + "".join(cases[start, end])
+            done = start
+            continue
         original = case("default", source, (start, end), path, source[start:end])
         text += source[done:start] + " switch (vestrelMutant()) {\n"
         text += "".join(cases[start, end]) + original + "}" + line(source, end, path)

@@ -84,11 +84,11 @@ def write(name, text):
 
 
 def copy_tree(woven):
-    """Brings the copy up to date; files of `woven` are left to their writer."""
+    """Brings the copy up to date; files of `woven` that it has are left to their writer."""
     names = run(["git", "ls-files", "-co", "--exclude-standard"], cwd=ROOT).stdout.splitlines()
     for name in names:
         source, copy = ROOT / name, TREE / name
-        if name in woven or not source.exists():
+        if not source.exists() or (name in woven and copy.exists()):
             continue
         if not copy.exists() or copy.read_bytes() != source.read_bytes():
             copy.parent.mkdir(parents=True, exist_ok=True)
