@@ -35,7 +35,7 @@ TEST(AgentMessages, AreTwoRecordsOfFixedTexts) {
     EXPECT_STREQ(explained.format, "Certificate %s for keyring (%s): %s.");
     EXPECT_STREQ(explained.explanation,
                  "A certificate could not be loaded, and this is why as far as can be known. "
-                 "\"vestrelctl check\" says the same, with remarks");
+                 "\"vestrelctl check\" says the same");
     EXPECT_STREQ(explained.recommendedAction,
                  "See the troubleshooting page for the reason in parentheses.");
 }
