@@ -4,12 +4,13 @@
 
 #include "keymodel/IntegrityConstants.h"
 #include "keyring/IntegrityKeyringSm.h"
+#include "platform/zell/StderrLines.h"
 
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
+#include <string>
 
 namespace Vestrel {
 
@@ -27,8 +28,8 @@ bool directoryIs(const Orvo::String& path) {
 
 void provide(const char* kind, const Orvo::String& path) {
     if (!directoryIs(path)) {
-        std::fprintf(stderr, "vestrel-agent: cannot create %s %s: %s\n", kind, path.c_str(),
-                     std::strerror(errno));
+        Zell::StderrLines::putNow(std::string("vestrel-agent: cannot create ") + kind + " " +
+                                  path.c_str() + ": " + std::strerror(errno) + "\n");
     }
 }
 

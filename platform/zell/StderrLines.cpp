@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <utility>
@@ -24,7 +25,14 @@ struct Waiting {
 constinit Waiting waiting{};
 
 void write(std::string_view text) noexcept {
-    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
+    while (!text.empty()) {
+        const ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
+        if (written > 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (written == 0 || errno != EINTR) {
+            return;
+        }
+    }
 }
 
 void flush() noexcept {
