@@ -117,6 +117,14 @@ void ActivityManager::guarded(const Handler& handler) noexcept {
     }
 }
 
+// The last callback is none when the kernel has refused its source.
+void ActivityManager::callbackMade(int result, const char* call) {
+    if (result < 0) {
+        callbacks_.pop_back();
+    }
+    checked(result, call);
+}
+
 void ActivityManager::signalIs(int signal, Handler handler) {
     sigset_t set;
     sigemptyset(&set);
@@ -126,8 +134,8 @@ void ActivityManager::signalIs(int signal, Handler handler) {
     const auto onArrival = [](sd_event_source* source, const signalfd_siginfo* info, void* data) {
         return onSignal(source, info, data);
     };
-    checked(sd_event_add_signal(event_, &callback.source, signal, onArrival, &callback),
-            "sd_event_add_signal");
+    callbackMade(sd_event_add_signal(event_, &callback.source, signal, onArrival, &callback),
+                 "sd_event_add_signal");
 }
 
 int ActivityManager::onSignal(sd_event_source* /*source*/, const void* /*info*/,
@@ -141,10 +149,10 @@ void ActivityManager::afterIs(Orvo::Duration delay, Handler handler) {
     const auto microseconds =
         std::chrono::duration_cast<std::chrono::microseconds>(delay.nanoseconds());
     Callback& callback = callbacks_.emplace_back(this, std::move(handler), true);
-    checked(sd_event_add_time_relative(event_, &callback.source, CLOCK_MONOTONIC,
-                                       static_cast<std::uint64_t>(microseconds.count()),
-                                       timerAccuracyMicroseconds, onTime, &callback),
-            "sd_event_add_time_relative");
+    callbackMade(sd_event_add_time_relative(event_, &callback.source, CLOCK_MONOTONIC,
+                                            static_cast<std::uint64_t>(microseconds.count()),
+                                            timerAccuracyMicroseconds, onTime, &callback),
+                 "sd_event_add_time_relative");
 }
 
 int ActivityManager::onTime(sd_event_source* /*source*/, std::uint64_t /*now*/,

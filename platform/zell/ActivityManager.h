@@ -81,6 +81,7 @@ private:
 
     sd_event_source* readableSourceIs(int descriptor, FileDescriptor& owner);
     sd_event_source* againSourceIs(FileDescriptor& owner);
+    void callbackMade(int result, const char* call);
     void guarded(const Handler& handler) noexcept;
     bool dispatchOne(std::uint64_t timeout);
 

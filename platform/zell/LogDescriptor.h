@@ -5,7 +5,8 @@
 
 namespace Zell {
 
-// Six words, read from the library's log descriptor section by the device's logging framework.
+// Its texts are constants: they stay what and where they are. Six words, read from the library's
+// log descriptor section by the device's logging framework.
 struct LogDescriptor {
     const char* name;
     const char* format; // printf style, "%s" only

@@ -2,15 +2,19 @@
 // Limits and delivery of log messages.
 #include "platform/zell/LogFacility.h"
 
+#include "platform/duolog/Duolog.h"
 #include "platform/zell/ActivityManager.h"
 #include "platform/zell/LogHandle.h"
 #include "platform/zell/LogLayout.h"
 #include "platform/zell/LogSinks.h"
 #include "platform/zell/RateLimiter.h"
+#include "platform/zell/Sink.h"
+#include "platform/zell/TraceHandle.h"
 #include "platform/zell/TypeData.h"
 
 #include <array>
 #include <ctime>
+#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -35,7 +39,7 @@ struct State {
     RateLimiter limiter;
     LogLimit defaultLimit;
     LogClock clock = lastTick;
-    LogSink sink = journalOrSyslogSink();
+    Sink<void(const LogMessage&)> sink{journalOrSyslogSink()};
     std::uint64_t messages = 0;
     std::uint64_t suppressed = 0;
     LogLayout layout;          // of the last message; the next one mostly has the same
@@ -48,7 +52,7 @@ constinit State* theState = nullptr;
     theState = new State;
 }
 
-// Made by the first message, which a static object may raise, and never destroyed, since messages
+// Made by whoever comes first, which may be a static object, and never destroyed, since messages
 // may be raised while those are.
 inline State& state() {
     if (theState == nullptr) {
@@ -67,24 +71,37 @@ BucketRule ruleOf(const LogHandle& handle, LogLimit limit) {
     return {&handle.descriptor(), limit, handle.backoff()};
 }
 
-void deliver(const State& state, const LogMessage& message) {
-    if (state.sink) {
-        state.sink(message);
-    }
-}
-
 void report(const LogDescriptor& descriptor, std::uint64_t count) {
     std::string line = descriptor.name;
     line += LogLayout::nameEnd;
     line += std::to_string(count) + " messages suppressed";
     line += LogLayout::lineEnd;
-    deliver(state(), {descriptor, {}, line});
+    state().sink({descriptor, {}, line});
 }
 
 void report(const RateLimiter::Report& due) {
     report(*due.descriptor, due.suppressed);
 }
 
+TraceHandle& traceHandle() {
+    static TraceHandle& handle = TraceHandle::traceHandleIs("LogFacility");
+    return handle;
+}
+
+void timerIs();
+
+void timerIsAfter(ActivityManager& manager, std::chrono::steady_clock::duration delay) {
+    auto alive = std::make_shared<bool>(true);
+    std::weak_ptr<bool> timer = alive;
+    manager.afterIs(Orvo::Duration(delay), [held = std::move(alive)]() mutable {
+        held.reset();
+        LogFacility::reportSuppressed();
+        timerIs();
+    });
+    state().timer = std::move(timer);
+}
+
+// Where no timer can be had, the counts are reported before the next message that is allowed.
 void timerIs() {
     State& mine = state();
     if (!mine.timer.expired()) {
@@ -96,13 +113,11 @@ void timerIs() {
         return;
     }
     const auto delay = std::max(*due - mine.clock(), std::chrono::steady_clock::duration(0));
-    auto alive = std::make_shared<bool>(true);
-    mine.timer = alive;
-    manager->afterIs(Orvo::Duration(delay), [held = std::move(alive)]() mutable {
-        held.reset();
-        LogFacility::reportSuppressed();
-        timerIs();
-    });
+    try {
+        timerIsAfter(*manager, delay);
+    } catch (const std::exception& failure) {
+        DUOLOG(1, failure.what());
+    }
 }
 
 const TypeRegistration registration(LogFacility::typeData());
@@ -110,7 +125,7 @@ const TypeRegistration registration(LogFacility::typeData());
 } // namespace
 
 void LogFacility::sinkIs(LogSink sink) {
-    state().sink = std::move(sink);
+    state().sink.functionIs(std::move(sink));
 }
 
 void LogFacility::defaultLimitIs(const LogLimit& limit) {
@@ -188,7 +203,7 @@ void LogFacility::log(const LogDescriptor& descriptor, std::span<const Orvo::Str
         large = std::make_unique_for_overwrite<char[]>(longest); // NOLINT
         memory = large.get();
     }
-    deliver(mine, {descriptor, arguments, {memory, mine.layout.put(memory, arguments)}});
+    mine.sink({descriptor, arguments, {memory, mine.layout.put(memory, arguments)}});
 }
 
 std::string_view LogMessage::withoutEnd() const noexcept {

@@ -46,7 +46,7 @@ public:
     static constexpr std::size_t maxBuckets = 1024;
 
     // Without a sink of the host's own, messages go to the journal where it runs, else to
-    // syslog(3).
+    // syslog(3). A sink that sets another one is called to its end first.
     static void sinkIs(LogSink sink);
 
     // The limit of handles that name none.

@@ -14,8 +14,11 @@ using Seconds = std::chrono::duration<double>;
 // A back-off never stretches an interval beyond this.
 constexpr Seconds longestInterval = std::chrono::hours(1);
 
+// Longer ones are as good as this, which times can be moved by.
+constexpr Seconds forever = std::chrono::years(100);
+
 Seconds intervalOf(const BucketRule& rule) {
-    return Seconds(rule.limit.interval.nanoseconds());
+    return std::min(forever, Seconds(rule.limit.interval.nanoseconds()));
 }
 
 } // namespace
@@ -44,7 +47,12 @@ RateLimiter::Bucket& RateLimiter::newBucket(unsigned hash, const BucketRule& rul
     }
     buckets_.push_front({hash, rule.descriptor, static_cast<double>(rule.limit.burst),
                          intervalOf(rule), now, now, 0, false});
-    index_.emplace(hash, buckets_.begin());
+    try {
+        index_.emplace(hash, buckets_.begin());
+    } catch (...) { // memory is out: a bucket that is not found again would be one too many
+        buckets_.pop_front();
+        throw;
+    }
     return buckets_.front();
 }
 

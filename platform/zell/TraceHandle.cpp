@@ -2,6 +2,8 @@
 // The trace handles of the process and the sink of the text trace.
 #include "platform/zell/TraceHandle.h"
 
+#include "platform/zell/Sink.h"
+
 #include <map>
 #include <memory>
 #include <utility>
@@ -13,7 +15,7 @@ namespace {
 struct State {
     std::map<std::string, std::unique_ptr<TraceHandle>, std::less<>> handles;
     int level = 1;
-    TraceSink sink;
+    Sink<void(const TraceLine&)> sink;
 };
 
 // Never destroyed: traces may be written while static objects are.
@@ -44,13 +46,11 @@ void traceLevelIs(int level) {
 }
 
 void traceSinkIs(TraceSink sink) {
-    state().sink = std::move(sink);
+    state().sink.functionIs(std::move(sink));
 }
 
 void traceLineIs(const TraceLine& line) {
-    if (state().sink) {
-        state().sink(line);
-    }
+    state().sink(line);
 }
 
 } // namespace Zell

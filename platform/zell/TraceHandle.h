@@ -48,7 +48,7 @@ struct TraceLine {
 using TraceSink = std::function<void(const TraceLine& line)>;
 
 // Where text lines go; none (the default) drops them. The views of a line are valid during the
-// call.
+// call. A sink that sets another one is called to its end first.
 VESTREL_EXPORT void traceSinkIs(TraceSink sink);
 
 // Hands a line to the sink.

@@ -218,6 +218,22 @@ TEST_F(LogDelivery, GoesOnAfterASinkThatThrew) {
     EXPECT_EQ(lines, (Messages{"FIRST: one two\n", "FIRST: three \n"}));
 }
 
+TEST_F(LogDelivery, GoesToTheNextSinkOnceTheOneThatSetItHasEnded) {
+    std::vector<std::string> after;
+    Zell::LogFacility::sinkIs([&, mark = std::string("a text of the sink's own, on the heap")](
+                                  const Zell::LogMessage& message) {
+        Zell::LogFacility::sinkIs(
+            [&after](const Zell::LogMessage& next) { after.emplace_back(next.text()); });
+        messages.push_back(mark + ", " + std::string(message.text()));
+        throw std::runtime_error("full");
+    });
+    auto mine = handle(firstRecord);
+    EXPECT_THROW(mine.log(logString({"one", "1"})), std::runtime_error);
+    mine.log(logString({"two", "2"}));
+    EXPECT_EQ(messages, Messages{"a text of the sink's own, on the heap, one 1"});
+    EXPECT_EQ(after, Messages{"two 2"});
+}
+
 TEST_F(LogDelivery, TellsTextAndLineOfAHostsOwnMessage) {
     const Zell::LogMessage whole{firstRecord, {}, "FIRST: text\n"};
     EXPECT_EQ(whole.withoutEnd(), "FIRST: text");
@@ -231,7 +247,7 @@ TEST_F(LogDelivery, TellsTextAndLineOfAHostsOwnMessage) {
 
 TEST_F(LogDelivery, KeepsNothingOfAnEarlierMessage) {
     auto mine = handle(firstRecord);
-    const std::string longest(100000, 'l'); // more than is kept for the next message
+    const std::string longest(100000, 'l'); // more than stands on the stack
     for (const std::string& text :
          {std::string("a longer text"), std::string("short"), longest, std::string()}) {
         mine.log(logString({text, "end"}));

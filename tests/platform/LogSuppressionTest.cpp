@@ -2,6 +2,7 @@
 // Tests that refused messages are counted and the counts reported.
 #include "tests/platform/LogTest.h"
 #include "tests/platform/LoopTest.h"
+#include "tests/support/FewDescriptors.h"
 
 #include <gtest/gtest.h>
 
@@ -168,6 +169,18 @@ TEST_F(LogSuppressionByTheLoop, IsReportedForEachSeriesOfRefusals) {
     now += 20ms;
     ASSERT_TRUE(reported(2));
     EXPECT_EQ(messages.back(), "FIRST: 3 messages suppressed");
+}
+
+TEST_F(LogSuppressionByTheLoop, WaitsForTheNextMessageWhereNoTimerCanBeHad) {
+    {
+        const FewDescriptors none(0);
+        refuse(2);
+    }
+    EXPECT_EQ(traces, (std::vector<std::string>(
+                          2, "timerIs: sd_event_add_time_relative: Too many open files")));
+    now += 20ms;
+    EXPECT_TRUE(limited.okToLog(limited.idHash()));
+    EXPECT_EQ(messages, Messages{"FIRST: 2 messages suppressed"});
 }
 
 TEST_F(LogSuppressionByTheLoop, IsReportedByALoopMadeLater) {

@@ -49,6 +49,19 @@ protected:
 
 using Lines = std::vector<std::string>;
 
+TEST_F(Trace, GoesToTheNextSinkOnceTheOneThatSetItHasEnded) {
+    Lines after;
+    Zell::traceSinkIs([&, mark = std::string("a text of the sink's own, on the heap")](
+                          const Zell::TraceLine& line) {
+        Zell::traceSinkIs([&after](const Zell::TraceLine& next) { after.emplace_back(next.text); });
+        lines.push_back(mark + ", " + std::string(line.text));
+    });
+    Zell::traceLineIs({"handle", 1, "one"});
+    Zell::traceLineIs({"handle", 1, "two"});
+    EXPECT_EQ(lines, Lines{"a text of the sink's own, on the heap, one"});
+    EXPECT_EQ(after, Lines{"two"});
+}
+
 TEST_F(Trace, MakesAHandleAtFirstUseWithTheLevelOfThatTime) {
     Zell::traceLevelIs(3);
     TraceHandle& handle = TraceHandle::traceHandleIs("made at three");
