@@ -6,6 +6,7 @@
 #include "platform/zell/LogHandle.h"
 #include "platform/zell/LogString.h"
 #include "platform/zell/OwnedFd.h"
+#include "platform/zell/StderrLines.h"
 #include "platform/zell/TraceHandle.h"
 
 #include <gtest/gtest.h>
@@ -134,6 +135,27 @@ TEST_F(Sinks, WriteATraceAsHandleLevelAndTextOnOneLine) {
     Zell::traceLineIs({"IntegrityKeyringSm", 1, "getKey: a\nb"});
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "IntegrityKeyringSm 5 getKey: 17, .ima\n"
                                                       "IntegrityKeyringSm 1 getKey: a\\x0ab\n");
+}
+
+TEST_F(Sinks, WriteATraceAtOnceBehindTheMessagesThatWait) {
+    sinksAre({1, LogTarget::standardError});
+    const auto written = [] {
+        const std::string text = testing::internal::GetCapturedStderr();
+        testing::internal::CaptureStderr();
+        return text;
+    };
+    testing::internal::CaptureStderr();
+    {
+        const Zell::StderrLines::Together handler;
+        raise("this", "that");
+        EXPECT_EQ(written(), "");
+        Zell::traceLineIs({"IntegrityKeyringSm", 1, "getKey: failed"});
+        EXPECT_EQ(written(), "TEST_MESSAGE: this is not that.\n"
+                             "IntegrityKeyringSm 1 getKey: failed\n");
+        raise("one", "other");
+        EXPECT_EQ(written(), "");
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "TEST_MESSAGE: one is not other.\n");
 }
 
 TEST_F(Sinks, SetTheLevelOfEveryHandle) {

@@ -75,6 +75,13 @@ std::string pathOf(const sockaddr* address, socklen_t size) {
     return {bytes, strnlen(bytes, size - offsetof(sockaddr_un, sun_path))};
 }
 
+void noteAddress(const sockaddr* address, socklen_t size) {
+    SystemCalls* calls = SystemCalls::current();
+    if (calls != nullptr && calls->isRecording() && address != nullptr) {
+        calls->recordAddress({reinterpret_cast<const std::uint8_t*>(address), size});
+    }
+}
+
 int bindTo(int descriptor, const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -216,6 +223,7 @@ int socket(int domain, int type, int protocol) noexcept {
 int bind(int descriptor, const sockaddr* address, socklen_t size) noexcept {
     const Aside aside;
     const bool hasPath = isUnixPath(address, size);
+    noteAddress(address, size);
     if (const auto answer = answered("bind", [&] {
             return text(descriptor) + " " + (hasPath ? pathOf(address, size) : "?") + " " +
                    std::to_string(size);

@@ -48,6 +48,9 @@ public:
     /// Only the calls of these names, in their order.
     std::vector<std::string> callsOf(std::initializer_list<std::string_view> names) const;
 
+    /// All bytes of the address that was last handed to bind.
+    const std::vector<std::uint8_t>& boundAddress() const { return boundAddress_; }
+
     /// The n-th call of that name from now, of whatever descriptor, returns -1 with `error` and
     /// does nothing; only close closes all the same, as the kernel does.
     void failNth(std::string_view name, std::size_t nth, int error);
@@ -78,6 +81,8 @@ public:
 
     void record(const std::string& call) { calls_.push_back(call); }
 
+    void recordAddress(Bytes address) { boundAddress_.assign(address.begin(), address.end()); }
+
     std::optional<Answer> scripted(std::string_view name) { return script_.take(name); }
 
     /// The read that was prepared for this descriptor; errno is set when it is an error.
@@ -93,6 +98,7 @@ private:
 
     bool isRecording_ = true;
     std::vector<std::string> calls_;
+    std::vector<std::uint8_t> boundAddress_;
     FailureScript script_;
     std::map<int, std::deque<Read>> reads_;
     std::map<std::string, std::string, std::less<>> redirected_;

@@ -73,6 +73,7 @@ TEST(SystemCalls, RecordEachCallWithItsArguments) {
                "close " + number(ends[0]), "close " + number(ends[1]), "close " + number(watch),
                "close " + number(socket)}));
     EXPECT_EQ(calls.callsOf({"pipe2", "socket"}), (Texts{"pipe2 0x80", "socket 1 0x802 0"}));
+    EXPECT_EQ(calls.boundAddress().size(), 110U);
 }
 
 TEST(SystemCalls, RecordNothingWhilePaused) {

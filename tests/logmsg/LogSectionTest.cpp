@@ -1,21 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests of the log descriptor section as it stands in the built library.
-#include "platform/zell/LogDescriptor.h"
+// Tests of the log descriptor section as it stands in the built library, and of the handles and
+// calls beside it.
+#include "logmsg/LogMessages.h"
 
 #include <gtest/gtest.h>
 
+#include <cxxabi.h>
+#include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
 
 #include <array>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <optional>
+#include <memory>
+#include <set>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 namespace Vestrel::Tests {
@@ -26,6 +32,20 @@ using Header = ElfW(Ehdr);
 using Section = ElfW(Shdr);
 using Relocation = ElfW(Rela);
 using Address = ElfW(Addr);
+using SymbolEntry = ElfW(Sym);
+
+// As it is written in the source; other texts as they are.
+std::string demangled(const char* symbol) {
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> name(
+        abi::__cxa_demangle(symbol, nullptr, nullptr, &status), &std::free);
+    return status == 0 ? name.get() : symbol;
+}
+
+struct Symbol {
+    std::string name;
+    Address address;
+};
 
 class Library {
 public:
@@ -59,6 +79,25 @@ public:
                 if (entry.r_offset - target.sh_addr < target.sh_size) {
                     found.emplace(entry.r_offset - target.sh_addr,
                                   text(offsetOf(static_cast<Address>(entry.r_addend))));
+                }
+            }
+        }
+        return found;
+    }
+
+    // Those of functions and objects that are defined in the library, the hidden ones included.
+    std::vector<Symbol> symbols() const {
+        std::vector<Symbol> found;
+        for (const Section& table : sections_) {
+            if (table.sh_type != SHT_SYMTAB) {
+                continue;
+            }
+            const std::size_t names = sections_.at(table.sh_link).sh_offset;
+            for (std::size_t i = 0; i < table.sh_size / table.sh_entsize; ++i) {
+                const auto entry = at<SymbolEntry>(table.sh_offset + i * table.sh_entsize);
+                if (entry.st_shndx != SHN_UNDEF) {
+                    found.push_back(
+                        {demangled(text(names + entry.st_name).c_str()), entry.st_value});
                 }
             }
         }
@@ -120,6 +159,52 @@ TEST_F(LogSection, HoldsSeverityAndAReservedWordInEachRecord) {
         EXPECT_EQ(library.at<int>(record + offsetof(Zell::LogDescriptor, severity)), 4);
         EXPECT_EQ(library.at<unsigned>(record + offsetof(Zell::LogDescriptor, reserved)), 0U);
     }
+}
+
+// Where the library stands once it is loaded.
+Address loadedAt(const char* path) {
+    void* const handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    link_map* map = nullptr;
+    if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &map) == -1) {
+        ADD_FAILURE() << dlerror();
+        return 0;
+    }
+    return map->l_addr;
+}
+
+TEST_F(LogSection, HasAHandleToEachRecordInBothSourcesAsSoonAsTheLibraryIsLoaded) {
+    ASSERT_EQ(found.size(), 1U);
+    const Address base = loadedAt(VESTREL_SM_LIBRARY);
+    ASSERT_NE(base, 0U);
+    std::size_t sets = 0;
+    for (const Symbol& symbol : library.symbols()) {
+        if (symbol.name != "Vestrel::(anonymous namespace)::logHandles") {
+            continue;
+        }
+        ++sets;
+        static_assert(sizeof(LogHandles) == 5 * sizeof(Zell::LogHandle));
+        const auto* const handles =
+            reinterpret_cast<const Zell::LogHandle*>(base + symbol.address); // NOLINT
+        const auto* const records =
+            reinterpret_cast<const Zell::LogDescriptor*>(base + found[0].sh_addr); // NOLINT
+        for (std::size_t i = 0; i < 5; ++i) {
+            EXPECT_EQ(&handles[i].descriptor(), &records[i]) << i;
+        }
+    }
+    EXPECT_EQ(sets, 2U);
+}
+
+TEST_F(LogSection, IsRaisedFromByTwoKindsOfCalls) {
+    std::set<std::string> calls;
+    for (const Symbol& symbol : library.symbols()) {
+        if (symbol.name.starts_with("void Vestrel::log<")) {
+            calls.insert(symbol.name.substr(0, symbol.name.find('(')));
+        }
+    }
+    const std::string text = demangled(typeid(std::string).name());
+    EXPECT_EQ(calls, (std::set<std::string>{"void Vestrel::log<Orvo::String, Orvo::String, char*>",
+                                            "void Vestrel::log<Orvo::String, " + text + ", " +
+                                                text + ", " + text + " >"}));
 }
 
 } // namespace
