@@ -2,7 +2,6 @@
 // Tests that refused messages are counted and the counts reported.
 #include "tests/platform/LogTest.h"
 #include "tests/platform/LoopTest.h"
-#include "tests/support/FewDescriptors.h"
 
 #include <gtest/gtest.h>
 
@@ -172,12 +171,11 @@ TEST_F(LogSuppressionByTheLoop, IsReportedForEachSeriesOfRefusals) {
 }
 
 TEST_F(LogSuppressionByTheLoop, WaitsForTheNextMessageWhereNoTimerCanBeHad) {
-    {
-        const FewDescriptors none(0);
-        refuse(2);
-    }
+    loop->exitIs(0);
+    ASSERT_EQ(loop->run(), 0); // a loop that has ended takes no timers
+    refuse(2);
     EXPECT_EQ(traces, (std::vector<std::string>(
-                          2, "timerIs: sd_event_add_time_relative: Too many open files")));
+                          2, "timerIs: sd_event_add_time_relative: Stale file handle")));
     now += 20ms;
     EXPECT_TRUE(limited.okToLog(limited.idHash()));
     EXPECT_EQ(messages, Messages{"FIRST: 2 messages suppressed"});
