@@ -36,11 +36,13 @@ private:
     MaybeFinding algorithms() const;
     MaybeFinding blacklist() const;
     MaybeFinding ownSignature() const;
+    MaybeFinding unidentified() const;
     MaybeFinding newerRules() const;
     MaybeFinding narrowedTrust() const;
     Finding trust() const;
 
     std::string issuerText() const;
+    std::string unidentifiedText(const KeyringView& keyring) const;
     Trust search(bool& sawAll) const;
     Finding verified(const Trust& trust) const;
     std::string elsewhere() const;
