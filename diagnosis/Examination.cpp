@@ -89,7 +89,7 @@ std::optional<Finding> Examination::ownSignature() const {
 }
 
 std::optional<Finding> Examination::newerRules() const {
-    if (isNewer() && keyring_ == ".ima" && !isForSigningOnly(certificate_)) {
+    if (!isUsageIgnored() && !isForSigningOnly(certificate_)) {
         return unknown(Reason::unknownRule,
                        "whether kernel " + release() +
                            " takes a certificate that is not for digital signatures only "

@@ -25,6 +25,9 @@ public:
 
     const std::vector<std::string>& trusted() const { return scope_.keyrings; }
 
+    // Whether this kernel takes keys into the keyring whatever they are for.
+    bool isUsageIgnored() const { return !isNewer() || keyring_ != ".ima"; }
+
 private:
     using MaybeFinding = std::optional<Finding>;
 

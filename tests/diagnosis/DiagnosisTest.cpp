@@ -342,7 +342,8 @@ TEST_F(DiagnosisTest, RemarksWhatTheKernelIgnores) {
     plan.notAfter = "210203000000Z";
     EXPECT_THAT(said(trusted().issue(plan)).remarks,
                 testing::ElementsAre("it expired on 2021-02-03, which the kernel ignores",
-                                     "its key usage does not include digital signature"));
+                                     "its key usage does not include digital signature, "
+                                     "which the kernel ignores"));
     plan.notBefore = "480101000000Z";
     plan.notAfter = "20500101000000Z";
     plan.extensions = {{"keyUsage", {0x03, 0x02, 0x07, 0x80}, true}};
@@ -353,7 +354,13 @@ TEST_F(DiagnosisTest, RemarksWhatTheKernelIgnores) {
     EXPECT_THAT(said(trusted().issue(plan)).remarks, testing::IsEmpty());
     EXPECT_THAT(said(trusted().certificate()).remarks,
                 testing::ElementsAre("it is an authority's certificate, not one for signing "
-                                     "files"));
+                                     "files, which the kernel ignores"));
+    known_.kernel.minor = 12;
+    EXPECT_THAT(said(trusted().issue({})).remarks,
+                testing::ElementsAre("its key usage does not include digital signature"));
+    EXPECT_THAT(said(trusted().issue({}), ".secondary_trusted_keys").remarks,
+                testing::ElementsAre("its key usage does not include digital signature, which the "
+                                     "kernel ignores"));
 }
 
 TEST_F(DiagnosisTest, NamesTheFilesThatCarryTheSameKey) {
