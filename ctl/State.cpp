@@ -139,9 +139,11 @@ FileRow State::fileRow(const KeyringSurvey& survey, const std::string& path) con
     }
     if (found == survey.files.end()) {
         row.state = gone;
+    } else if (row.description.empty()) {
+        row.state = "no certificate"; // whether the agent has seen it or not
     } else if (!row.reason.empty()) {
         row.state = "refused";
-    } else if (recorded.is_string() || row.description.empty()) {
+    } else if (recorded.is_string()) {
         row.state = inStep;
     } else {
         row.state = notOnRecord;

@@ -25,7 +25,7 @@ struct FileRow {
     std::string description; // empty: no certificate
     S32 key = 0;             // in the kernel, of that description; 0: there is none
     std::string reason;      // why there is none, as far as the agent knows
-    std::string state;       // as of a key, and "refused"; empty without an agent
+    std::string state;       // as of a key, "refused" and "no certificate"; empty without an agent
 };
 
 // What was asked of the agent, and why it could not be.

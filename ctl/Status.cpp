@@ -18,6 +18,14 @@ namespace {
 const std::array counterNames{
     "loads", "refusals", "unlinks", "notifications", "notificationsLost", "overflows", "upsets"};
 
+// What is wrong with a file that is without a key or was refused.
+std::string complaint(const FileRow& file) {
+    if (file.description.empty()) {
+        return " holds no readable certificate";
+    }
+    return file.key == 0 ? " has no key in " + file.keyring : " was refused";
+}
+
 class StatusView {
 public:
     explicit StatusView(const State& state) : state_(state) {
@@ -137,15 +145,16 @@ std::size_t StatusView::keysWithoutFile(const std::string& keyring) const {
         state_.keys(keyring), [](const KeyRow& key) { return key.files.empty(); }));
 }
 
-// What is no certificate is not expected to have a key.
+// Every file is expected to have a key, and not to be refused.
 std::size_t StatusView::filesWithoutKey(const std::string& keyring) {
     std::size_t count = 0;
     for (const FileRow& file : state_.files(keyring)) {
-        const bool isWithout = file.key == 0 && !file.description.empty() && file.state != "gone";
-        count += isWithout ? 1U : 0U;
-        if (isWithout) {
-            problem(file.path + " has no key in " + keyring +
-                    (file.reason.empty() ? "" : ": " + file.reason));
+        if (file.state == "gone") {
+            continue;
+        }
+        count += file.key == 0 ? 1U : 0U;
+        if (file.key == 0 || !file.reason.empty()) {
+            problem(file.path + complaint(file) + (file.reason.empty() ? "" : ": " + file.reason));
         }
     }
     return count;

@@ -111,7 +111,7 @@ Diagnosis diagnose(const FileContent& file, const std::string& keyring,
         diagnosis.issuerKeyIdentifier =
             hexOf(certificate->authority.keyIdentifier.value_or(ByteSpan()));
         diagnosis.trusted = examination.trusted();
-        diagnosis.remarks = remarks(*certificate, surroundings.now);
+        diagnosis.remarks = remarks(*certificate, surroundings.now, examination.isUsageIgnored());
         descriptionNoted(file, keyring, surroundings, diagnosis);
     } else {
         diagnosis.finding = der.size() > maxCertificateSize

@@ -33,7 +33,7 @@ enum class Reason {
 
     // These make the verdict unknown.
     invisibleKeyring,      // to this user
-    unverifiableSignature, // the issuer is trusted, but its certificate is not at hand
+    unverifiableSignature, // the issuer is, or may be, trusted; its certificate is not at hand
     unknownRule,           // what this kernel does in such a case
 };
 

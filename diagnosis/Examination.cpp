@@ -26,8 +26,8 @@ std::string listed(const std::vector<std::string>& words) {
 } // namespace
 
 Finding Examination::finding() const {
-    for (const auto step :
-         {&Examination::algorithms, &Examination::blacklist, &Examination::ownSignature}) {
+    for (const auto step : {&Examination::algorithms, &Examination::blacklist,
+                            &Examination::ownSignature, &Examination::unidentified}) {
         if (auto finding = (this->*step)()) {
             return *finding;
         }
@@ -89,7 +89,7 @@ std::optional<Finding> Examination::ownSignature() const {
 }
 
 std::optional<Finding> Examination::newerRules() const {
-    if (isNewer() && keyring_ == ".ima" && !isForSigningOnly(certificate_)) {
+    if (!isUsageIgnored() && !isForSigningOnly(certificate_)) {
         return unknown(Reason::unknownRule,
                        "whether kernel " + release() +
                            " takes a certificate that is not for digital signatures only "
@@ -113,6 +113,27 @@ std::string Examination::issuerText() const {
         text += " (key identifier " + hexOf(*identifier) + ")";
     }
     return text;
+}
+
+// Empty where every key of the keyring can be told.
+std::string Examination::unidentifiedText(const KeyringView& keyring) const {
+    const std::string* const key = unidentifiedKey(keyring);
+    return key == nullptr
+               ? ""
+               : "a key named \"" + *key + "\" in " + keyring.name + " may be its issuer " +
+                     issuerText() + "; that key's identifier is not shown";
+}
+
+// The kernel goes by a key's identifier, whatever its description is.
+std::optional<Finding> Examination::unidentified() const {
+    for (const std::string& name : scope_.keyrings) {
+        const KeyringView* const keyring = kernel_.keyring(name);
+        std::string text = keyring == nullptr ? "" : unidentifiedText(*keyring);
+        if (!text.empty()) {
+            return unknown(Reason::unverifiableSignature, std::move(text));
+        }
+    }
+    return std::nullopt;
 }
 
 // In the keyrings of the scope, one after the other. One that cannot be seen makes it unknown.
@@ -203,6 +224,13 @@ Finding Examination::noIssuer(const std::string& issuer) const {
     if (!scope_.isKnown && !other.empty()) {
         return unknown(Reason::unknownRule,
                        why + "; whether that counts for " + keyring_ + " cannot be known");
+    }
+    for (const KeyringView& keyring : kernel_.keyrings) {
+        const std::string text = scope_.isKnown ? "" : unidentifiedText(keyring);
+        if (!text.empty()) {
+            return unknown(Reason::unknownRule,
+                           why + "; " + text + ", nor whether it counts for " + keyring_);
+        }
     }
     return refused(Reason::noTrustedIssuer, why);
 }

@@ -25,6 +25,9 @@ public:
 
     const std::vector<std::string>& trusted() const { return scope_.keyrings; }
 
+    // Whether this kernel takes keys into the keyring whatever they are for.
+    bool isUsageIgnored() const { return !isNewer() || keyring_ != ".ima"; }
+
 private:
     using MaybeFinding = std::optional<Finding>;
 
@@ -36,11 +39,13 @@ private:
     MaybeFinding algorithms() const;
     MaybeFinding blacklist() const;
     MaybeFinding ownSignature() const;
+    MaybeFinding unidentified() const;
     MaybeFinding newerRules() const;
     MaybeFinding narrowedTrust() const;
     Finding trust() const;
 
     std::string issuerText() const;
+    std::string unidentifiedText(const KeyringView& keyring) const;
     Trust search(bool& sawAll) const;
     Finding verified(const Trust& trust) const;
     std::string elsewhere() const;

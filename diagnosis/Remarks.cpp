@@ -58,7 +58,8 @@ bool isForSigningOnly(const CertificateFields& certificate) {
            !isAuthority(certificate);
 }
 
-std::vector<std::string> remarks(const CertificateFields& certificate, std::time_t now) {
+std::vector<std::string> remarks(const CertificateFields& certificate, std::time_t now,
+                                 bool isUsageIgnored) {
     std::vector<std::string> remarks;
     const std::string today = sortable(now);
     if (const std::string end = sortable(certificate.notAfter); end < today) {
@@ -67,10 +68,11 @@ std::vector<std::string> remarks(const CertificateFields& certificate, std::time
     if (const std::string begin = sortable(certificate.notBefore); begin > today) {
         remarks.push_back("it is valid from " + dayOf(begin) + ", which the kernel ignores");
     }
+    const std::string ignored = isUsageIgnored ? ", which the kernel ignores" : "";
     if (isAuthority(certificate) || (keyUsage(certificate) & keyCertSign) != 0) {
-        remarks.emplace_back("it is an authority's certificate, not one for signing files");
+        remarks.push_back("it is an authority's certificate, not one for signing files" + ignored);
     } else if ((keyUsage(certificate) & digitalSignature) == 0) {
-        remarks.emplace_back("its key usage does not include digital signature");
+        remarks.push_back("its key usage does not include digital signature" + ignored);
     }
     return remarks;
 }

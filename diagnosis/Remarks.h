@@ -10,8 +10,9 @@
 
 namespace Vestrel {
 
-// Sentences without their full stops.
-std::vector<std::string> remarks(const CertificateFields& certificate, std::time_t now);
+// Sentences without their full stops. Whether it ignores what the key is for depends on the kernel.
+std::vector<std::string> remarks(const CertificateFields& certificate, std::time_t now,
+                                 bool isUsageIgnored);
 
 // Whether the certificate says that its key signs data and no other certificates, which kernels
 // newer than 6.1 may ask of a key for .ima.

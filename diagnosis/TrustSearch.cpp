@@ -41,6 +41,13 @@ bool isHex(std::string_view text) {
     return text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
+// Whether it is as the kernel itself makes it, which ends with the key's identifier.
+bool showsIdentifier(std::string_view key) {
+    const std::size_t end = key.rfind(separator);
+    return end != std::string_view::npos && end + separator.size() < key.size() &&
+           isHex(key.substr(end + separator.size()));
+}
+
 // Whether a key of this description may be the issuer's, by what a description shows.
 bool mayBeIssuer(std::string_view key, const CertificateFields& certificate) {
     const AuthorityIdentifier& authority = certificate.authority;
@@ -150,6 +157,11 @@ Trust trustIn(const KeyringView& keyring, const CertificateFields& certificate,
         }
     }
     return trust.value_or(Trust{});
+}
+
+const std::string* unidentifiedKey(const KeyringView& keyring) {
+    const auto found = std::ranges::find_if_not(keyring.keys, showsIdentifier);
+    return found == keyring.keys.end() ? nullptr : &*found;
 }
 
 bool isSelfSigned(const CertificateFields& certificate, bool& isContradictory) {

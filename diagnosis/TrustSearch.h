@@ -41,6 +41,10 @@ struct Trust {
 Trust trustIn(const KeyringView& keyring, const CertificateFields& certificate,
               const CertificateStock& stock);
 
+// A key that was added under a description of somebody's choice: whose it is cannot be seen. Null:
+// there is none.
+const std::string* unidentifiedKey(const KeyringView& keyring);
+
 // Whether the certificate says, in the way that the kernel asks for, that its own key signed it.
 // `isContradictory`: by one of two identifiers only, which the kernel refuses.
 bool isSelfSigned(const CertificateFields& certificate, bool& isContradictory);

@@ -2,8 +2,9 @@
 // Between bytes of any kind and the UTF-8 that JSON is made of.
 #include "survey/JsonText.h"
 
+#include "platform/zell/Utf8.h"
+
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <utility>
 
@@ -13,51 +14,6 @@ namespace {
 
 constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr std::size_t escapeSize = 4; // of \xHH
-
-// A code point's first byte, and what its second byte may be.
-struct Lead {
-    unsigned char from;
-    unsigned char to;
-    unsigned char secondFrom;
-    unsigned char secondTo;
-    std::size_t size;
-};
-
-constexpr std::array<Lead, 8> leads{{{0xc2, 0xdf, 0x80, 0xbf, 2},
-                                     {0xe0, 0xe0, 0xa0, 0xbf, 3},
-                                     {0xe1, 0xec, 0x80, 0xbf, 3},
-                                     {0xed, 0xed, 0x80, 0x9f, 3},
-                                     {0xee, 0xef, 0x80, 0xbf, 3},
-                                     {0xf0, 0xf0, 0x90, 0xbf, 4},
-                                     {0xf1, 0xf3, 0x80, 0xbf, 4},
-                                     {0xf4, 0xf4, 0x80, 0x8f, 4}}};
-
-bool isWithin(char c, unsigned char from, unsigned char to) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte >= from && byte <= to;
-}
-
-// How many bytes at the beginning of the text are one code point; 0 when they are none.
-std::size_t codePointSize(std::string_view text) {
-    if (isWithin(text[0], 0, 0x7f)) {
-        return 1;
-    }
-    for (const Lead& lead : leads) {
-        if (!isWithin(text[0], lead.from, lead.to)) {
-            continue;
-        }
-        if (text.size() < lead.size || !isWithin(text[1], lead.secondFrom, lead.secondTo)) {
-            return 0;
-        }
-        for (std::size_t i = 2; i < lead.size; ++i) {
-            if (!isWithin(text[i], 0x80, 0xbf)) {
-                return 0;
-            }
-        }
-        return lead.size;
-    }
-    return 0;
-}
 
 bool startsWithEscape(std::string_view text) {
     return text.size() >= escapeSize && text.starts_with("\\x") &&
@@ -106,7 +62,7 @@ std::string asUtf8(std::string_view bytes) {
     std::string result;
     result.reserve(bytes.size());
     while (!bytes.empty()) {
-        const std::size_t size = startsWithEscape(bytes) ? 0 : codePointSize(bytes);
+        const std::size_t size = startsWithEscape(bytes) ? 0 : Zell::codePointSize(bytes);
         if (size == 0) {
             const auto byte = static_cast<unsigned char>(bytes[0]);
             result += {'\\', 'x', hexDigits[byte >> 4U], hexDigits[byte & 0xfU]};

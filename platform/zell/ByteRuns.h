@@ -68,11 +68,11 @@ struct NoLineEnds {
     }
 };
 
-struct NoControls {
+struct PrintableAscii {
     // Of the low seven bits, the first sum reaches 0x80 from ' ' on, the second for 0x7f only.
     static constexpr Word ends(Word word) {
         const Word low = word & ~marks;
-        return (~(low + every(0x80 - ' ')) | (low + every(1))) & ~word & marks;
+        return (~(low + every(0x80 - ' ')) | (low + every(1)) | word) & marks;
     }
 };
 

@@ -194,13 +194,13 @@ TEST_F(AgentVerbs, FailWhenTheirResultCannotBeWritten) {
     }
 }
 
-TEST_F(AgentVerbs, ShowNamesOfAnyBytesAsTheyAre) {
+TEST_F(AgentVerbs, ShowNamesOfAnyBytes) {
     fs::create_directories("/etc/keys/ima");
     const AgentProcess agent({});
     ready(agent);
     const std::string path = "/etc/keys/ima/\xff\\xfe";
     std::ofstream(path) << "no certificate";
-    EXPECT_THAT(ctl({"files", ".ima"}).out, HasSubstr(path));
+    EXPECT_THAT(ctl({"files", ".ima"}).out, HasSubstr("/etc/keys/ima/\\xff\\xfe "));
     EXPECT_THAT(ctl({"files", ".ima", "--json"}).out,
                 HasSubstr(R"("file":"/etc/keys/ima/\\xff\\x5cxfe")"));
 }
@@ -244,6 +244,38 @@ TEST_F(AgentVerbs, KeysAndFilesShowWhatIsGone) {
         EXPECT_EQ(row(ran.json()[verb], ".ima")["state"], "gone");
         fs::remove(agentSocket);
     }
+}
+
+// The first agent was given the file to load, the other was not: it was there at its start.
+TEST_F(AgentVerbs, FilesThatAreNoCertificateHaveAStateOfTheirOwn) {
+    const std::string path = "/etc/keys/ima/cut";
+    fs::create_directories("/etc/keys/ima");
+    std::ofstream(path) << "0";
+    const auto empty = nlohmann::json::object();
+    nlohmann::json answer;
+    for (const char* const name :
+         {".ima", ".secondary_trusted_keys", ".builtin_trusted_keys", ".machine"}) {
+        answer["parameters"]["keyring"][name] = {{"key", empty}, {"fileToDescription", empty}};
+    }
+    answer["parameters"]["counters"]["keyrings"][".ima"]["refused"][path] = {
+        {"reason", "Bad message"}, {"number", 1}};
+    {
+        const Impostor impostor({answer.dump() + "\n"});
+        const auto file = ctl({"files", "--json"}).json().at("files").at(0);
+        EXPECT_EQ(file["state"], "no certificate");
+        EXPECT_EQ(file["reason"], "Bad message");
+        fs::remove(agentSocket);
+    }
+    const AgentProcess agent({});
+    ready(agent);
+    const auto file = ctl({"files", "--json"}).json().at("files").at(0);
+    EXPECT_EQ(file["state"], "no certificate");
+    EXPECT_EQ(file["reason"], "");
+    const Ran status = ctl({"status", "--json"});
+    EXPECT_EQ(status.status, 6);
+    EXPECT_EQ(row(status.json()["keyrings"], ".ima")["filesWithoutKey"], 1);
+    EXPECT_THAT(status.json()["problems"].dump(),
+                HasSubstr("\"" + path + " holds no readable certificate\""));
 }
 
 TEST_F(AgentVerbs, NameTheErrorOfTheAgent) {

@@ -77,8 +77,11 @@ TEST_F(CtlOutput, NeverLetsARowBreakItsLineNorItsTerminal) {
     EXPECT_EQ(text(), "A:  one\\x0atwo\\x1b[2J\n");
     output_.lines("rows", rows, [](const Json& row) { return row["a"].get<std::string>(); });
     EXPECT_EQ(text(), "one\\x0atwo\\x1b[2J\n");
-    output_.complaint("one\ntwo");
-    EXPECT_EQ(err_.str(), "vestrelctl: one\\x0atwo\n");
+    output_.complaint("one\ntwo\x9b");
+    EXPECT_EQ(err_.str(), "vestrelctl: one\\x0atwo\\x9b\n");
+    const Json wide{{"a", "\xc2\x9b\x32J \xc3\xa4"}};
+    output_.table("rows", {{"a", "A"}}, Json::array({wide}));
+    EXPECT_EQ(text(), "A\n\\xc2\\x9b2J \xc3\xa4\n");
 }
 
 TEST_F(CtlOutput, WritesWhatJsonCannotCarryInHexadecimal) {

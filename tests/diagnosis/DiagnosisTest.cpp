@@ -181,6 +181,37 @@ TEST_F(DiagnosisTest, IsUnknownWhereTwoIssuersOfOneDescriptionDiffer) {
     expectUnknown("cannot be known", Reason::unverifiableSignature);
 }
 
+TEST_F(DiagnosisTest, IsUnknownWhereATrustedKeyHasANameOfItsOwn) {
+    for (const char* const name : {"our ca", "our ca: ", "our: key", "our ca: 0x11", "0011"}) {
+        SCOPED_TRACE(name);
+        ring(".secondary_trusted_keys").keys = {"Another: 0011", name};
+        for (const Bytes& der : {trusted().issue({}), unknown().issue({})}) {
+            const Diagnosis diagnosis = said(der, ".secondary_trusted_keys");
+            EXPECT_EQ(diagnosis.finding.verdict, Verdict::unknown);
+            EXPECT_EQ(diagnosis.finding.reason, Reason::unverifiableSignature);
+            EXPECT_EQ(diagnosis.finding.explanation,
+                      "a key named \"" + std::string(name) +
+                          "\" in .secondary_trusted_keys may be its issuer \"" + diagnosis.issuer +
+                          "\" (key identifier " + diagnosis.issuerKeyIdentifier +
+                          "); that key's identifier is not shown");
+        }
+        EXPECT_EQ(finding().verdict, Verdict::accepted) << "which .ima does not trust";
+        EXPECT_EQ(said(unknown().issue({})).finding.reason, Reason::noTrustedIssuer);
+    }
+    ring(".secondary_trusted_keys").keys = {"our ca: 0011"};
+    EXPECT_EQ(finding(".secondary_trusted_keys").verdict, Verdict::accepted);
+}
+
+TEST_F(DiagnosisTest, IsUnknownWhereAKeyWithANameOfItsOwnMayCountToo) {
+    ring(".machine").error = ENOKEY;
+    ring(".secondary_trusted_keys").keys = {"our ca"};
+    const Finding stranger = said(unknown().issue({})).finding;
+    EXPECT_EQ(nameOf(stranger.reason), nameOf(Reason::unknownRule));
+    EXPECT_THAT(stranger.explanation,
+                HasSubstr("identifier is not shown, nor whether it counts for .ima"));
+    EXPECT_EQ(finding().verdict, Verdict::accepted);
+}
+
 TEST_F(DiagnosisTest, FindsTheIssuersCertificateInADirectory) {
     noIssuers();
     std::filesystem::create_directories("/etc/keys/builtin_trusted_keys");
@@ -311,7 +342,8 @@ TEST_F(DiagnosisTest, RemarksWhatTheKernelIgnores) {
     plan.notAfter = "210203000000Z";
     EXPECT_THAT(said(trusted().issue(plan)).remarks,
                 testing::ElementsAre("it expired on 2021-02-03, which the kernel ignores",
-                                     "its key usage does not include digital signature"));
+                                     "its key usage does not include digital signature, "
+                                     "which the kernel ignores"));
     plan.notBefore = "480101000000Z";
     plan.notAfter = "20500101000000Z";
     plan.extensions = {{"keyUsage", {0x03, 0x02, 0x07, 0x80}, true}};
@@ -322,7 +354,13 @@ TEST_F(DiagnosisTest, RemarksWhatTheKernelIgnores) {
     EXPECT_THAT(said(trusted().issue(plan)).remarks, testing::IsEmpty());
     EXPECT_THAT(said(trusted().certificate()).remarks,
                 testing::ElementsAre("it is an authority's certificate, not one for signing "
-                                     "files"));
+                                     "files, which the kernel ignores"));
+    known_.kernel.minor = 12;
+    EXPECT_THAT(said(trusted().issue({})).remarks,
+                testing::ElementsAre("its key usage does not include digital signature"));
+    EXPECT_THAT(said(trusted().issue({}), ".secondary_trusted_keys").remarks,
+                testing::ElementsAre("its key usage does not include digital signature, which the "
+                                     "kernel ignores"));
 }
 
 TEST_F(DiagnosisTest, NamesTheFilesThatCarryTheSameKey) {

@@ -81,8 +81,8 @@ TEST(ByteRuns, NoLineEndsEndAtLineEndsOnly) {
     compare<ByteRuns::NoLineEnds>([](unsigned char c) { return c != '\n' && c != '\r'; }, 'x');
 }
 
-TEST(ByteRuns, NoControlsEndAtControlsOnly) {
-    compare<ByteRuns::NoControls>([](unsigned char c) { return c >= 0x20 && c != 0x7f; }, '\xff');
+TEST(ByteRuns, PrintableAsciiEndsAtEveryOtherByte) {
+    compare<ByteRuns::PrintableAscii>([](unsigned char c) { return c >= 0x20 && c < 0x7f; }, '~');
 }
 
 // Of neighbours, where a carry would show.

@@ -67,6 +67,49 @@ TEST_F(AgentVerbs, StatusNamesARefusedFileAndIsNotHealthy) {
     EXPECT_NE(ima["lastFailureTime"], "");
 }
 
+TEST_F(AgentVerbs, StatusNamesWhatIsNoCertificateWhoeverTriedIt) {
+    start();
+    Bytes cut = certificate("cut");
+    cut.resize(100);
+    write(file("cut"), cut);
+    write(file("empty"), {});
+    EXPECT_TRUE(eventually([&] { return messages().size() == 2; }));
+    const auto expect = [&](const std::string& name, const std::string& reason) {
+        const Ran ran = ctl({"status"});
+        EXPECT_EQ(ran.status, 6);
+        EXPECT_NE(ran.out.find(file(name) + " holds no readable certificate" +
+                               (reason.empty() ? "\n" : ": " + reason + "\n")),
+                  std::string::npos)
+            << ran.out;
+        const Rows shown = row(rows({"files"}, "files"), "file", file(name));
+        EXPECT_EQ(shown["state"], "no certificate");
+        EXPECT_EQ(shown["reason"], reason);
+    };
+    expect("cut", "Bad message");
+    expect("empty", "Invalid argument");
+    EXPECT_EQ(keyringRow(".ima")["filesWithoutKey"], 2);
+    stop();
+    start();
+    expect("cut", "");
+    expect("empty", "");
+    EXPECT_EQ(keyringRow(".ima")["filesWithoutKey"], 2);
+}
+
+// A key of that description is there, of another file.
+TEST_F(AgentVerbs, StatusNamesARefusedFileThatHasAKey) {
+    start();
+    write(file("signer"), certificate("signer"));
+    recorded("signer");
+    Bytes changed = certificate("signer");
+    changed.back() ^= 1U;
+    write(file("twin"), changed);
+    EXPECT_TRUE(eventually([&] { return messages().size() == 1; }));
+    const Ran ran = ctl({"status"});
+    EXPECT_EQ(ran.status, 6);
+    EXPECT_NE(ran.out.find(file("twin") + " was refused: "), std::string::npos) << ran.out;
+    EXPECT_EQ(keyringRow(".ima")["filesWithoutKey"], 0);
+}
+
 TEST_F(AgentVerbs, CheckSaysWhatTheAgentSaysOfARefusal) {
     start();
     CertificatePlan plan;

@@ -126,6 +126,29 @@ TEST_F(CheckOfSecondRank, CannotBeKnownWithoutTheIssuersCertificate) {
     EXPECT_NE(result.key, -1);
 }
 
+// Whose key it is the kernel sees without the description.
+TEST_F(Check, CannotKnowWhoseAKeyWithANameOfItsOwnIs) {
+    const char* const keyring = ".secondary_trusted_keys";
+    CertificatePlan plan;
+    plan.subject = {{"CN", "Middle"}};
+    plan.keyIdentifier = KeyIdentifier::hashOfKey;
+    const CertificateAuthority middle = trustedAuthority().intermediate(plan);
+    const Bytes der = middle.certificate();
+    ASSERT_NE(
+        add_key("asymmetric", "our ca", der.data(), der.size(), Keyring::named(keyring).serial()),
+        -1)
+        << std::strerror(errno);
+    for (const bool isItsKey : {true, false}) {
+        write(path, (isItsKey ? middle : unknownAuthority()).issue({}));
+        const Comparison result = comparison(keyring);
+        EXPECT_EQ(result.said.finding.verdict, Verdict::unknown);
+        EXPECT_NE(result.said.finding.explanation.find("a key named \"our ca\" in "),
+                  std::string::npos)
+            << result.said.finding.explanation;
+        EXPECT_EQ(result.key != -1, isItsKey) << std::strerror(result.error);
+    }
+}
+
 TEST_F(Check, FindsTheIssuersCertificateInADirectory) {
     std::filesystem::create_directories(directory(".builtin_trusted_keys"));
     std::filesystem::copy(trust("ca.der"), file("ca.der", ".builtin_trusted_keys"));
