@@ -26,8 +26,8 @@ std::string listed(const std::vector<std::string>& words) {
 } // namespace
 
 Finding Examination::finding() const {
-    for (const auto step : {&Examination::algorithms, &Examination::blacklist,
-                            &Examination::ownSignature, &Examination::unidentified}) {
+    for (const auto step :
+         {&Examination::algorithms, &Examination::blacklist, &Examination::ownSignature}) {
         if (auto finding = (this->*step)()) {
             return *finding;
         }
@@ -176,6 +176,9 @@ Finding Examination::trust() const {
                            "certificate");
     case TrustState::noIssuer:
         break;
+    }
+    if (auto finding = unidentified()) {
+        return *finding;
     }
     return sawAll ? noIssuer(issuer)
                   : unknown(Reason::invisibleKeyring,

@@ -147,6 +147,10 @@ TEST_F(Check, CannotKnowWhoseAKeyWithANameOfItsOwnIs) {
             << result.said.finding.explanation;
         EXPECT_EQ(result.key != -1, isItsKey) << std::strerror(result.error);
     }
+    write(path, certificate("one"));
+    const Comparison ofAnother = comparison(keyring);
+    EXPECT_EQ(ofAnother.said.finding.verdict, Verdict::accepted);
+    expectAgreement(ofAnother);
 }
 
 TEST_F(Check, FindsTheIssuersCertificateInADirectory) {
