@@ -135,7 +135,7 @@ TEST_F(CtlFiles, CheckSaysWhichFileOfAnIssuerItCannotUse) {
                          files_.write("good", certificate_)});
     EXPECT_EQ(ran.status, 1);
     EXPECT_EQ(ran.out, "");
-    EXPECT_EQ(ran.err, "vestrelctl: issuer " + files_.path("text") + ": Bad message\n");
+    EXPECT_EQ(ran.err, "vestrelctl: issuer " + files_.path("text") + ": no certificate in it\n");
 }
 
 TEST_F(CtlFiles, CheckTakesSeveralFilesOfIssuers) {

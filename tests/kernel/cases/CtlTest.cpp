@@ -225,8 +225,7 @@ TEST_F(Ctl, RemoveSaysWhenNoKeyWasThere) {
     const CtlRun run = ctl("remove .ima garbage absent");
     EXPECT_EQ(run.status, 1);
     EXPECT_TRUE(has(run, "garbage: removed: no key of it was in .ima")) << run.output;
-    EXPECT_TRUE(has(run, "absent: not-removed: No such file"))
-        << run.output;
+    EXPECT_TRUE(has(run, "absent: not-removed: No such file")) << run.output;
     EXPECT_FALSE(fs::exists(file("garbage")));
 }
 
