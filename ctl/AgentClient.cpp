@@ -23,6 +23,14 @@ constexpr std::size_t maxAnswer = std::size_t{16} * 1024 * 1024; // the same
     throw std::runtime_error("the agent does not answer: " + what);
 }
 
+[[noreturn]] void unconnected(int error, const std::string& cause) {
+    if (error == EACCES || error == EPERM) {
+        throw AgentOutOfReach(std::string("cannot ask the agent at ") + agentSocket + ": " + cause +
+                              "; run as root");
+    }
+    throw NoAgent(std::string("no agent at ") + agentSocket + ": " + cause);
+}
+
 void patienceIs(int socket, std::chrono::seconds patience) {
     const timeval limit{patience.count(), 0};
     setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
@@ -38,7 +46,8 @@ AgentClient::AgentClient(std::chrono::seconds patience)
     std::strncpy(address.sun_path, agentSocket, sizeof address.sun_path - 1);
     patienceIs(socket_.get(), patience_); // connecting waits, too
     if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == -1) {
-        throw NoAgent(std::string("no agent at ") + agentSocket + ": " + cause());
+        const int error = errno;
+        unconnected(error, cause());
     }
 }
 

@@ -12,8 +12,14 @@
 
 namespace Vestrel {
 
-// Nobody serves the agent's socket, or not this user; what() says why.
+// Nobody serves the agent's socket; what() says why.
 class NoAgent : public std::runtime_error {
+public:
+    using runtime_error::runtime_error;
+};
+
+// This user may not ask: whether there is an agent cannot be known.
+class AgentOutOfReach : public std::runtime_error {
 public:
     using runtime_error::runtime_error;
 };
@@ -22,7 +28,7 @@ class AgentClient {
 public:
     static constexpr std::chrono::seconds longPatience{10};
 
-    // Connects. Throws NoAgent.
+    // Connects. Throws NoAgent or AgentOutOfReach.
     explicit AgentClient(std::chrono::seconds patience = longPatience);
 
     // The parameters of the answer. Throws std::runtime_error when the agent does not answer in

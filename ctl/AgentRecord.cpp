@@ -71,6 +71,8 @@ std::string noAgentReason() {
         return {};
     } catch (const NoAgent& reason) {
         return reason.what();
+    } catch (const AgentOutOfReach&) {
+        return {}; // there may be one
     }
 }
 

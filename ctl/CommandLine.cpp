@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <exception>
 #include <string>
 
@@ -22,6 +23,16 @@ ExitStatus perform(const Action& action, Output& output) {
         output.complaint(failure.what());
         return ExitStatus::failed;
     }
+}
+
+// What nobody takes is named before what is missing or wrong for that reason.
+int explained(const CLI::App& app, const CLI::ParseError& end, std::ostream& out,
+              std::ostream& err) {
+    const bool isAnswer = end.get_exit_code() == 0; // that of --help or --version
+    auto unexpected = app.remaining(true);
+    std::ranges::reverse(unexpected); // which the library's error expects
+    return isAnswer || unexpected.empty() ? app.exit(end, out, err)
+                                          : app.exit(CLI::ExtrasError(unexpected), out, err);
 }
 
 // Success with a result that nobody got is none.
@@ -61,8 +72,7 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         output.jsonIs(isJson);
         status = perform(action, output);
     } catch (const CLI::ParseError& end) {
-        const bool isAnswer = app.exit(end, out, err) == 0; // that of --help or --version
-        status = isAnswer ? ExitStatus::done : ExitStatus::wrongUsage;
+        status = explained(app, end, out, err) == 0 ? ExitStatus::done : ExitStatus::wrongUsage;
     }
     return static_cast<int>(handedOn(status, output));
 }

@@ -11,7 +11,7 @@ enum class ExitStatus : int {
     failed = 1,     // a file or a system call; the reason is on standard error
     wrongUsage = 2, // of the command line; nothing was done
     refused = 3,    // the kernel does not take a certificate
-    unknown = 4,    // whether the kernel takes a certificate cannot be known
+    unknown = 4,    // whether the kernel takes a certificate, or what this user may not see
     late = 5,       // what was waited for did not happen in time
     unhealthy = 6,  // something is not as it should be; `vestrelctl status` says what
 };

@@ -24,8 +24,10 @@ std::string withDot(const std::string& name) {
     return name.starts_with('.') ? name : "." + name;
 }
 
-std::string complaintOf(const std::string& name) {
+// Gives the name its dot, or a complaint that has it as it was typed.
+std::string dotted(std::string& name) {
     if (std::ranges::find(names, withDot(name)) != names.end()) {
+        name = withDot(name);
         return {};
     }
     std::string text = name + " is none of the managed keyrings:";
@@ -55,21 +57,21 @@ bool carries(key_serial_t key, const std::string& description) {
 void addKeyring(CLI::App& verb, std::string& keyring) {
     verb.add_option("KEYRING", keyring, "A managed keyring, such as .ima")
         ->required()
-        ->check(complaintOf)
-        ->transform(withDot);
+        ->transform(CLI::Validator(dotted, ""));
 }
 
 void addOptionalKeyring(CLI::App& verb, std::string& keyring) {
     verb.add_option("KEYRING", keyring, "A managed keyring, such as .ima; all of them without it")
-        ->check(complaintOf)
-        ->transform(withDot);
+        ->transform(CLI::Validator(dotted, ""));
 }
 
 void addIssuers(CLI::App& verb, std::vector<std::string>& issuers) {
     verb.add_option("--issuer", issuers,
-                    "File with certificates of trusted issuers, to verify signatures with")
+                    "File with certificates of trusted issuers, to verify signatures with; may be "
+                    "given several times")
         ->type_name("FILE")
-        ->allow_extra_args(false);
+        ->expected(1)
+        ->take_all();
 }
 
 Surroundings surroundings(const std::vector<std::string>& issuers) {
@@ -77,7 +79,9 @@ Surroundings surroundings(const std::vector<std::string>& issuers) {
     surroundings.stock.directoriesAdd(names);
     for (const std::string& path : issuers) {
         if (!surroundings.stock.fileAdd(path)) {
-            throw std::runtime_error("issuer " + path + ": " + std::strerror(errno));
+            const std::string why =
+                errno == EBADMSG ? "no certificate in it" : std::strerror(errno);
+            throw std::runtime_error("issuer " + path + ": " + why);
         }
     }
     return surroundings;

@@ -32,7 +32,7 @@ ExitStatus keys(const std::string& keyring, Output& output) {
                   {"files", "FILES"}},
                  rows);
     complainWithoutAgent(state, output);
-    return ExitStatus::done;
+    return complainOfRights(state, keyring, output);
 }
 
 ExitStatus files(const std::string& keyring, Output& output) {
@@ -55,7 +55,7 @@ ExitStatus files(const std::string& keyring, Output& output) {
                   {"reason", "REASON"}},
                  rows);
     complainWithoutAgent(state, output);
-    return ExitStatus::done;
+    return complainOfRights(state, keyring, output);
 }
 
 using Verb = ExitStatus (*)(const std::string& keyring, Output& output);

@@ -12,6 +12,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -40,6 +41,21 @@ std::string complaintOf(const std::string& name) {
     return name.find('/') == std::string::npos && name != "." && name != ".."
                ? ""
                : name + " is not the name of a file in the directory";
+}
+
+// One that is not there has no keys; who is not root is not shown it.
+bool isSeen(const std::string& keyring, const KernelView& kernel) {
+    const KeyringView* const view = kernel.keyring(keyring);
+    return view != nullptr && (view->error == 0 || (view->error == ENOKEY && kernel.isRoot));
+}
+
+void noteThatNoKeyWasSeen(Removal& removal, const Options& options, const Surroundings& known) {
+    removal.outcome = "removed";
+    removal.explanation = "no key of it was in " + options.keyring;
+    if (!removal.description.empty() && !isSeen(options.keyring, known.kernel)) {
+        removal.explanation = "whether a key of it is in " + options.keyring + " cannot be known";
+        removal.status = ExitStatus::unknown;
+    }
 }
 
 void noteWhyTheKeyStays(Removal& removal, const Options& options, const Surroundings& known) {
@@ -83,13 +99,12 @@ void carriedOut(Removal& removal, const Options& options) {
         fileDel(removal.path);
     } catch (const std::system_error& failure) {
         removal.outcome = "not-removed";
-        removal.explanation = failure.what();
+        removal.explanation = failure.code().message(); // the line begins with the path
         removal.status = ExitStatus::failed;
         return;
     }
     if (removal.description.empty() || !hadKey) {
-        removal.outcome = "removed";
-        removal.explanation = "no key of it was in " + options.keyring;
+        noteThatNoKeyWasSeen(removal, options, known);
         return;
     }
     noteWhyTheKeyStays(removal, options, known);

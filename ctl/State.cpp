@@ -51,6 +51,9 @@ State::State() {
         }
     } catch (const NoAgent& reason) {
         noAgent_ = reason.what();
+    } catch (const AgentOutOfReach& reason) {
+        noAgent_ = reason.what();
+        isAgentOutOfReach_ = true;
     }
 }
 
@@ -89,7 +92,7 @@ void State::keysAdd(const KeyringSurvey& survey, std::vector<KeyRow>& rows) cons
     for (const auto& [serial, key] : recorded.items()) {
         if (!survey.members.contains(key["serial"].get<S32>())) {
             rows.push_back({survey.keyringName, key["serial"], key["description"], key["type"],
-                            carriers(survey, key["description"]), gone});
+                            carriers(survey, key["description"]), survey.isHidden ? "" : gone});
         }
     }
     std::sort(rows.begin() + first, rows.end(), [](const KeyRow& a, const KeyRow& b) {
@@ -157,6 +160,19 @@ void complainWithoutAgent(const State& state, Output& output) {
                          "; what an agent has on record, watches, counted and was refused cannot "
                          "be known");
     }
+}
+
+ExitStatus complainOfRights(const State& state, const std::string& keyring, Output& output) {
+    std::string hidden;
+    for (const KeyringSurvey& survey : state.surveys()) {
+        if (survey.isHidden && (keyring.empty() || keyring == survey.keyringName)) {
+            hidden += (hidden.empty() ? "" : ", ") + survey.keyringName;
+        }
+    }
+    if (!hidden.empty()) {
+        output.complaint("only root can see " + hidden + "; which keys are there cannot be known");
+    }
+    return hidden.empty() && !state.isAgentOutOfReach() ? ExitStatus::done : ExitStatus::unknown;
 }
 
 } // namespace Vestrel

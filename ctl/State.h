@@ -2,6 +2,7 @@
 // The keyrings as kernel, directories and, where there is one, the agent know them.
 #pragma once
 
+#include "ctl/ExitStatus.h"
 #include "ctl/Output.h"
 #include "survey/KeyringSurvey.h"
 
@@ -37,8 +38,11 @@ public:
 
     bool hasAgent() const { return noAgent_.empty(); }
 
-    // Why there is none.
+    // Why there is none, or that this user may not ask.
     const std::string& noAgent() const { return noAgent_; }
+
+    // The latter: there may be one all the same.
+    bool isAgentOutOfReach() const { return isAgentOutOfReach_; }
 
     const std::vector<KeyringSurvey>& surveys() const { return surveys_; }
 
@@ -62,11 +66,16 @@ private:
 
     std::vector<KeyringSurvey> surveys_;
     std::string noAgent_;
+    bool isAgentOutOfReach_ = false;
     Json status_;
     Json keyrings_; // what the agent has on record
 };
 
-// Says on standard error what cannot be known when there is no agent.
+// Says on standard error what cannot be known when there is no agent, or this user may not ask it.
 void complainWithoutAgent(const State& state, Output& output);
+
+// Says on standard error that this user sees not all of the keyring, or of all when the name is
+// empty. `unknown` when so, or when the agent is out of reach; else `done`.
+ExitStatus complainOfRights(const State& state, const std::string& keyring, Output& output);
 
 } // namespace Vestrel

@@ -29,10 +29,10 @@ std::string complaint(const FileRow& file) {
 class StatusView {
 public:
     explicit StatusView(const State& state) : state_(state) {
-        if (!state_.hasAgent()) {
-            problem(state_.noAgent() + "; watches, counters, failures and drift cannot be known");
-        } else {
+        if (state_.hasAgent()) {
             agentRead();
+        } else if (!state_.isAgentOutOfReach()) {
+            problem(state_.noAgent() + "; watches, counters, failures and drift cannot be known");
         }
         for (const KeyringSurvey& survey : state_.surveys()) {
             keyringAdd(survey);
@@ -91,10 +91,10 @@ void StatusView::keyringAdd(const KeyringSurvey& survey) {
              {"serial", survey.serial == 0 ? Json() : Json(survey.serial)},
              {"directory", survey.directory},
              {"watched", watched(name)},
-             {"keys", survey.keys.size()},
+             {"keys", survey.isHidden ? Json() : Json(survey.keys.size())},
              {"files", survey.files.size()},
-             {"keysWithoutFile", keysWithoutFile(name)},
-             {"filesWithoutKey", filesWithoutKey(name)},
+             {"keysWithoutFile", survey.isHidden ? Json() : Json(keysWithoutFile(name))},
+             {"filesWithoutKey", survey.isHidden ? Json() : Json(filesWithoutKey(name))},
              {"lastFailureTime", counted.value("lastFailureTime", "")},
              {"lastFailure", counted.value("lastFailure", "")}};
     keyrings_.push_back(std::move(row));
@@ -109,7 +109,7 @@ void StatusView::keyringAdd(const KeyringSurvey& survey) {
 
 // A keyring that this kernel was built without is no problem, as long as nothing is to be in it.
 void StatusView::keyringJudge(const KeyringSurvey& survey) {
-    if (survey.keyringError != 0 && survey.keyringError != ENOKEY) {
+    if (survey.keyringError != 0 && survey.keyringError != ENOKEY && !survey.isHidden) {
         problem(survey.keyringName + " cannot be read: " + std::strerror(survey.keyringError));
     }
     if (survey.directoryError != 0) {
@@ -201,7 +201,11 @@ ExitStatus status(Output& output) {
     const State state;
     const StatusView view(state);
     output.tables(view.tables());
-    return view.isHealthy() ? ExitStatus::done : ExitStatus::unhealthy;
+    if (state.isAgentOutOfReach()) {
+        complainWithoutAgent(state, output); // else it is among the problems
+    }
+    return worse(view.isHealthy() ? ExitStatus::done : ExitStatus::unhealthy,
+                 complainOfRights(state, {}, output));
 }
 
 } // namespace

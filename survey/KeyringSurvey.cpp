@@ -8,6 +8,7 @@
 
 #include <keyutils.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -112,6 +113,8 @@ KeyringSurvey surveyed(const std::string& keyringName) {
     survey.directory = IntegrityConstants().keyringPathPrefix(keyringName).view();
     survey.directoryInode = inodeOf(survey.directory);
     keyringRead(survey);
+    // What may not be seen is not found, as if it were not there.
+    survey.isHidden = geteuid() != 0 && survey.keyringError != 0;
     filesRead(survey);
     return survey;
 }

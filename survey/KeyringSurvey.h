@@ -18,6 +18,7 @@ struct KeyringSurvey {
     std::string directory;
     S32 serial = 0;                 // of the keyring; 0 when the kernel has none
     int keyringError = 0;           // why it was not found or its members cannot be read
+    bool isHidden = false;          // that is for want of rights: others than root see no more
     std::vector<IntegrityKey> keys; // members that are no keyrings and can be described
     std::set<S32> members;          // every serial in it
     int directoryError = 0;         // why the directory cannot be read

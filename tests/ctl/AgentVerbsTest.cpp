@@ -5,7 +5,9 @@
 #include "tests/agent/AgentProcess.h"
 #include "tests/ctl/Impostor.h"
 #include "tests/ctl/Ran.h"
+#include "tests/support/CertificateMaker.h"
 #include "tests/support/Shell.h"
+#include "tests/support/Unprivileged.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -26,6 +28,12 @@ namespace {
 using testing::HasSubstr;
 
 namespace fs = std::filesystem;
+
+const std::string hidden =
+    "only root can see .ima, .secondary_trusted_keys, .builtin_trusted_keys, .machine; which keys "
+    "are there cannot be known\n";
+const std::string outOfReach =
+    "cannot ask the agent at /run/vestrel/agent.sock: Permission denied; run as root";
 
 class AgentVerbs : public testing::Test {
 protected:
@@ -102,6 +110,64 @@ TEST_F(AgentVerbs, KeysAndFilesDoWithoutAnAgentAndSayWhatTheyDoNotKnow) {
     EXPECT_EQ(files.json()["files"][0]["file"], "/etc/keys/ima/notes.txt");
     EXPECT_EQ(files.json()["files"][0]["description"], "");
     EXPECT_EQ(files.json()["files"][0]["state"], "");
+}
+
+TEST_F(AgentVerbs, StatusTellsWhoMayNotSeeWhatCannotBeKnown) {
+    fs::create_directories("/etc/keys/ima");
+    const CertificateAuthority authority = CertificateAuthority::generate();
+    std::ofstream("/etc/keys/ima/ca.pem") << toPem(authority.certificate());
+    for (const char* const keyring :
+         {"secondary_trusted_keys", "builtin_trusted_keys", "machine"}) {
+        fs::create_directories(std::string("/etc/keys/") + keyring);
+    }
+    const AgentProcess agent({});
+    ready(agent);
+    const Unprivileged unprivileged;
+    const Ran ran = ctl({"status", "--json"});
+    EXPECT_EQ(ran.status, 4);
+    EXPECT_THAT(ran.err, HasSubstr(hidden));
+    EXPECT_THAT(ran.err, HasSubstr(outOfReach));
+    const auto answer = ran.json();
+    EXPECT_TRUE(answer["problems"].empty()) << answer["problems"];
+    const auto& ima = row(answer["keyrings"], ".ima");
+    EXPECT_EQ(ima["files"], 1);
+    for (const char* const member : {"serial", "keys", "keysWithoutFile", "filesWithoutKey"}) {
+        EXPECT_TRUE(ima[member].is_null()) << member << ": " << ima[member];
+    }
+}
+
+TEST_F(AgentVerbs, StatusTellsWhoMayNotSeeOfNoAgentAllTheSame) {
+    const Unprivileged unprivileged;
+    const Ran ran = ctl({"status", "--json"});
+    EXPECT_EQ(ran.status, 4);
+    EXPECT_THAT(ran.err, HasSubstr(hidden));
+    EXPECT_THAT(ran.json()["problems"][0]["problem"].get<std::string>(), HasSubstr("no agent at"));
+}
+
+TEST_F(AgentVerbs, KeysAndFilesTellWhoMayNotSeeWhatCannotBeKnown) {
+    const AgentProcess agent({});
+    ready(agent);
+    const Unprivileged unprivileged;
+    for (const char* const verb : {"keys", "files"}) {
+        const Ran all = ctl({verb});
+        EXPECT_EQ(all.status, 4) << verb;
+        EXPECT_THAT(all.err, HasSubstr(hidden)) << verb;
+        EXPECT_THAT(all.err, HasSubstr(outOfReach)) << verb;
+        const Ran one = ctl({verb, "ima"});
+        EXPECT_EQ(one.status, 4) << verb;
+        EXPECT_THAT(one.err, HasSubstr("only root can see .ima; ")) << verb;
+    }
+}
+
+TEST_F(AgentVerbs, ResyncAndTraceTellWhoMayNotAskTheAgent) {
+    const AgentProcess agent({});
+    ready(agent);
+    const Unprivileged unprivileged;
+    for (const char* const verb : {"resync", "trace"}) {
+        const Ran ran = ctl({verb});
+        EXPECT_EQ(ran.status, 1) << verb;
+        EXPECT_EQ(ran.err, "vestrelctl: " + outOfReach + "\n") << verb;
+    }
 }
 
 TEST_F(AgentVerbs, ResyncAndTraceFailWithoutAnAgent) {

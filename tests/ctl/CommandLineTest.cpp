@@ -54,27 +54,52 @@ TEST(CtlCommandLine, VersionIsOneLineAndEndsWithStatusZero) {
     EXPECT_EQ(ran.out, "vestrelctl " VESTREL_VERSION "\n");
 }
 
-class WrongCtlUsage : public testing::TestWithParam<Words> {};
+struct WrongLine {
+    Words words;
+    std::string named; // in the explanation: what is wrong, as it was typed, or what is missing
+};
+
+class WrongCtlUsage : public testing::TestWithParam<WrongLine> {};
 
 TEST_P(WrongCtlUsage, IsExplainedOnStderrAndEndsWithStatusTwo) {
-    const Ran ran = ctl(GetParam());
+    const Ran ran = ctl(GetParam().words);
     EXPECT_EQ(ran.status, 2);
     EXPECT_EQ(ran.out, "");
-    EXPECT_NE(ran.err, "");
+    EXPECT_THAT(ran.err, HasSubstr(GetParam().named));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     CtlCommandLine, WrongCtlUsage,
-    testing::Values(Words{}, Words{"--json"}, Words{"frobnicate"}, Words{"--unknown"},
-                    Words{"messages", "--unknown"}, Words{"check"}, Words{"check", ".ima"},
-                    Words{"check", ".other", "file"}, Words{"check", ".ima", "file", "--issuer"},
-                    Words{"install", ".ima", "file", "--wait", "-1"},
-                    Words{"install", ".ima", "file", "--wait", "soon"},
-                    Words{"install", ".ima", "file", "--wait", "3601"}, Words{"remove", ".ima"},
-                    Words{"remove", ".ima", "../name"}, Words{"plan", "word"},
-                    Words{"plan", "check", ".ima", "file"}, Words{"keys", "none"},
-                    Words{"files", ".ima", "more"}, Words{"status", "word"}),
+    testing::Values(WrongLine{{}, "A subcommand is required"},
+                    WrongLine{{"--json"}, "A subcommand is required"},
+                    WrongLine{{"frobnicate"}, "not expected: frobnicate\n"},
+                    WrongLine{{"help"}, "not expected: help\n"},
+                    WrongLine{{"--json", "frobnicate", ".ima"}, "not expected: frobnicate .ima\n"},
+                    WrongLine{{"--unknown"}, "not expected: --unknown\n"},
+                    WrongLine{{"messages", "--unknown"}, "not expected: --unknown\n"},
+                    WrongLine{{"check"}, "KEYRING is required"},
+                    WrongLine{{"check", ".ima"}, "FILE is required"},
+                    WrongLine{{"check", ".other", "file"}, "KEYRING: .other is none"},
+                    WrongLine{{"check", "file.der", ".ima"}, "KEYRING: file.der is none"},
+                    WrongLine{{"check", "--wait", "3", ".ima", "file"}, "not expected: --wait\n"},
+                    WrongLine{{"check", ".ima", "file", "--issuer"}, "--issuer"},
+                    WrongLine{{"install", ".ima", "file", "--wait", "-1"}, "--wait: Value -1 "},
+                    WrongLine{{"install", ".ima", "file", "--wait", "soon"}, "soon"},
+                    WrongLine{{"install", ".ima", "file", "--wait", "3601"}, "--wait: Value 3601 "},
+                    WrongLine{{"remove", ".ima"}, "NAME is required"},
+                    WrongLine{{"remove", ".ima", "../name"}, "NAME: ../name is not the name"},
+                    WrongLine{{"plan", "word"}, "not expected: word\n"},
+                    WrongLine{{"plan", "check", ".ima", "file"}, "not expected: check .ima file\n"},
+                    WrongLine{{"keys", "none"}, "KEYRING: none is none"},
+                    WrongLine{{"files", ".ima", "more"}, "not expected: more\n"},
+                    WrongLine{{"status", "word"}, "not expected: word\n"}),
     [](const auto& test) { return "line" + std::to_string(test.index); });
+
+TEST(CtlCommandLine, AnOptionWithOneValueIsNotShownWithMore) {
+    for (const char* const verb : {"check", "install", "plan"}) {
+        EXPECT_THAT(ctl({verb, "--help"}).out, HasSubstr("--issuer FILE  ")) << verb;
+    }
+}
 
 TEST(CtlCommandLine, JsonMayStandBeforeAndBehindTheVerb) {
     EXPECT_EQ(ctl({"--json", "messages"}).out, ctl({"messages", "--json"}).out);

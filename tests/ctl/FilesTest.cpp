@@ -135,7 +135,7 @@ TEST_F(CtlFiles, CheckSaysWhichFileOfAnIssuerItCannotUse) {
                          files_.write("good", certificate_)});
     EXPECT_EQ(ran.status, 1);
     EXPECT_EQ(ran.out, "");
-    EXPECT_EQ(ran.err, "vestrelctl: issuer " + files_.path("text") + ": Bad message\n");
+    EXPECT_EQ(ran.err, "vestrelctl: issuer " + files_.path("text") + ": no certificate in it\n");
 }
 
 TEST_F(CtlFiles, CheckTakesSeveralFilesOfIssuers) {
@@ -246,6 +246,22 @@ TEST_F(CtlFiles, RemoveOfWhatHasNoKeyDoesNotWait) {
     EXPECT_EQ(ran.out,
               directory + "/good: removed \"" + description_ + "\": no key of it was in .ima\n");
     EXPECT_THAT(namesInPlace(), testing::IsEmpty());
+}
+
+TEST_F(CtlFiles, RemoveSaysWhereItCannotSeeTheKey) {
+    inPlace("good", certificate_);
+    keys_.addKey(".ima", description_);
+    keys_.revoke(keys_.serialOf(".ima"));
+    const Ran ran = ctl({"remove", ".ima", "good"});
+    EXPECT_EQ(ran.status, 4);
+    EXPECT_THAT(ran.out, HasSubstr(": whether a key of it is in .ima cannot be known\n"));
+    EXPECT_THAT(namesInPlace(), testing::IsEmpty());
+}
+
+TEST_F(CtlFiles, RemoveNamesAFileThatIsNotThereOnce) {
+    const Ran ran = ctl({"remove", ".ima", "none"});
+    EXPECT_EQ(ran.status, 1);
+    EXPECT_EQ(ran.out, directory + "/none: not-removed: No such file or directory\n");
 }
 
 TEST_F(CtlFiles, RemoveWithoutAnAgentSaysSoAtOnce) {

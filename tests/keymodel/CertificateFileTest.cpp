@@ -6,6 +6,7 @@
 #include "platform/zell/OwnedFd.h"
 #include "tests/support/CertificateMaker.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/Unprivileged.h"
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
@@ -54,28 +55,6 @@ std::size_t openDescriptors() {
     const std::filesystem::directory_iterator all("/proc/self/fd");
     return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
-
-// Without the privileges that make every file readable, while it lives.
-class Unprivileged {
-public:
-    Unprivileged() {
-        if (wasRoot_) {
-            EXPECT_EQ(::seteuid(65534), 0);
-        }
-    }
-
-    ~Unprivileged() {
-        if (wasRoot_) {
-            EXPECT_EQ(::seteuid(0), 0);
-        }
-    }
-
-    Unprivileged(const Unprivileged&) = delete;
-    Unprivileged& operator=(const Unprivileged&) = delete;
-
-private:
-    bool wasRoot_ = ::geteuid() == 0;
-};
 
 } // namespace
 

@@ -27,8 +27,9 @@ CtlRun ctl(const std::string& arguments) {
 }
 
 CtlRun typed(const std::string& command, const std::string& directory) {
-    return ran("exec 2>&1; vestrelctl() { " + program() + " \"$@\"; }; cd " + directory + " && " +
-               command);
+    return ran("exec 3>&1 2>&1; vestrelctl() { " + program() +
+               " \"$@\"; set -- $?; echo \"its own end was $1\" >&3; return \"$1\"; }; cd " +
+               directory + " && " + command);
 }
 
 } // namespace Vestrel::Tests

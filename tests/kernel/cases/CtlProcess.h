@@ -24,7 +24,8 @@ struct CtlRun {
 /// or else the one built with the tests. Throws std::system_error when there is no shell.
 CtlRun ctl(const std::string& arguments);
 
-/// Runs a command line that names vestrelctl, in that directory.
+/// Runs a command line that names vestrelctl, in that directory. The output has a line "its own end
+/// was STATUS", whatever else the line does with it.
 CtlRun typed(const std::string& command, const std::string& directory);
 
 } // namespace Vestrel::Tests
