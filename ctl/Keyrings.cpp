@@ -69,9 +69,8 @@ void addIssuers(CLI::App& verb, std::vector<std::string>& issuers) {
     verb.add_option("--issuer", issuers,
                     "File with certificates of trusted issuers, to verify signatures with; may be "
                     "given several times")
-        ->type_name("FILE")
-        ->expected(1)
-        ->take_all();
+        ->option_text("FILE") // not "FILE ...": one for each time it is given
+        ->allow_extra_args(false);
 }
 
 Surroundings surroundings(const std::vector<std::string>& issuers) {

@@ -148,6 +148,10 @@ TEST_F(CtlFiles, CheckTakesSeveralFilesOfIssuers) {
     EXPECT_NE(reason(ctl({"check", "--json", ".ima", "--issuer", other, "--issuer", authorityPath_,
                           good})),
               "unverifiable-signature");
+    EXPECT_EQ(
+        ctl({"check", "--json", ".ima", "--issuer", other, good, good}).json().at("check").size(),
+        2U)
+        << "what follows an issuer is no issuer";
 }
 
 TEST_F(CtlFiles, CheckIsOneLineAFileWhateverItsNameHolds) {

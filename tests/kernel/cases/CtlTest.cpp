@@ -55,7 +55,7 @@ TEST_P(CtlCheck, SaysOfEveryFileWhatTheKernelThenDoes) {
         write(folder + one.name, one.file(trustedAuthority(), unknownAuthority()));
     }
     const CtlRun run = ctl("check --json " + std::string(GetParam()) + issuer + " " + folder + "*");
-    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(run.status, 3) << run.output.substr(0, 500);
     const auto rows = run.rows("check");
     ASSERT_EQ(rows.size(), cases.size());
     for (const auto& row : rows) {
