@@ -78,9 +78,10 @@ Surroundings surroundings(const std::vector<std::string>& issuers) {
     surroundings.stock.directoriesAdd(names);
     for (const std::string& path : issuers) {
         if (!surroundings.stock.fileAdd(path)) {
-            const std::string why =
-                errno == EBADMSG ? "no certificate in it" : std::strerror(errno);
-            throw std::runtime_error("issuer " + path + ": " + why);
+            const int error = errno; // before anything allocates
+            std::string what = "issuer " + path + ": ";
+            what += error == EBADMSG ? "no certificate in it" : std::strerror(error);
+            throw std::runtime_error(what);
         }
     }
     return surroundings;

@@ -231,8 +231,8 @@ Finding Examination::noIssuer(const std::string& issuer) const {
     for (const KeyringView& keyring : kernel_.keyrings) {
         const std::string text = scope_.isKnown ? "" : unidentifiedText(keyring);
         if (!text.empty()) {
-            return unknown(Reason::unknownRule,
-                           why + "; " + text + ", nor whether it counts for " + keyring_);
+            why.append("; ").append(text).append(", nor whether it counts for ").append(keyring_);
+            return unknown(Reason::unknownRule, why);
         }
     }
     return refused(Reason::noTrustedIssuer, why);
