@@ -115,7 +115,7 @@ private:
         return count != 0;
     }
 
-    bool looselyEaten(Text expected) {
+    [[gnu::noinline, gnu::cold]] bool looselyEaten(Text expected) {
         for (; !expected.empty(); expected.remove_suffix(1)) {
             if (expected.back() == ' ') {
                 if (!blanks()) {
@@ -168,7 +168,7 @@ public:
     }
 
 private:
-    bool looselyEaten(Text expected) {
+    [[gnu::noinline, gnu::cold]] bool looselyEaten(Text expected) {
         for (; !expected.empty(); expected.remove_prefix(1)) {
             if (expected.front() == ' ') {
                 if (!blanks()) {
@@ -198,6 +198,11 @@ bool tailEaten(Text text, Orvo::Regex::Groups& groups, Text& before) {
                        tail.quoted(groups[7]) && tail.phrase("comm=");
     before = tail.rest();
     return eaten;
+}
+
+// Mostly a line begins with its head.
+std::size_t firstHead(Text text) {
+    return text.starts_with(headStart) ? 0 : text.find(headStart);
 }
 
 // `text` starts with headStart; `after` is what follows `cause=`.
@@ -267,7 +272,7 @@ bool appraisalSearch(Text text, Orvo::Regex::Groups& groups) {
         return false;
     }
     CauseRule rule(before);
-    for (std::size_t start = before.find(headStart); start != Text::npos;
+    for (std::size_t start = firstHead(before); start != Text::npos;
          start = before.find(headStart, start + 1)) {
         Text after;
         std::size_t length = 0;

@@ -4,6 +4,7 @@
 
 #include "platform/pelbin/Pelbin.h"
 
+#include <atomic>
 #include <cstring>
 #include <new>
 
@@ -11,9 +12,16 @@ namespace Orvo {
 
 namespace {
 
-Pelbin::Account* account() {
-    static Pelbin::Account* const mine = Pelbin::accountIs("Orvo::String");
-    return mine;
+constinit std::atomic<Pelbin::Account*> theAccount = nullptr;
+
+[[gnu::noinline]] Pelbin::Account* accountOpened() {
+    return theAccount = Pelbin::accountIs("Orvo::String");
+}
+
+// Strings are made before static objects are.
+inline Pelbin::Account* account() {
+    Pelbin::Account* const mine = theAccount.load(std::memory_order_relaxed);
+    return mine != nullptr ? mine : accountOpened();
 }
 
 } // namespace

@@ -48,7 +48,7 @@ public:
 
     // Whether blocks of that size and alignment may be taken from lists and put into them now.
     bool serve(std::size_t bytes, std::size_t alignment) const noexcept {
-        return used_ && bytes != 0 && bytes <= count * step && alignment <= step;
+        return used_ && bytes - 1 < count * step && alignment <= step; // 0 bytes wrap
     }
 
     // The memory that a block of that size occupies.

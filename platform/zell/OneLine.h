@@ -18,11 +18,15 @@ namespace Impl {
 
 using Bytes [[gnu::vector_size(16)]] = unsigned char;
 
-// Not 0 in the place of a byte that is no printable ASCII.
-inline Bytes unplain(const char* text) {
+// How far each byte is beyond ' ', so far that it is no printable ASCII when it is before it.
+inline Bytes beyondSpace(const char* text) {
     Bytes bytes; // NOLINT: filled by memcpy()
     std::memcpy(&bytes, text, sizeof bytes);
-    return static_cast<Bytes>(bytes < ' ') | static_cast<Bytes>(bytes >= 0x7f);
+    return bytes - ' ';
+}
+
+inline Bytes larger(Bytes a, Bytes b) {
+    return a > b ? a : b; // one instruction
 }
 
 // Sixteen bytes at a time, of which the last ones may be looked at twice.
@@ -31,12 +35,12 @@ inline bool isPrintableAscii(std::string_view text) {
     if (text.size() < step) {
         return ByteRuns::leading<ByteRuns::PrintableAscii>(text) == text.size();
     }
-    Bytes found = unplain(text.data() + text.size() - step);
+    Bytes farthest = beyondSpace(text.data() + text.size() - step);
     for (; text.size() > step; text.remove_prefix(step)) {
-        found |= unplain(text.data());
+        farthest = larger(farthest, beyondSpace(text.data()));
     }
     using Halves = std::array<ByteRuns::Word, 2>;
-    return std::bit_cast<Halves>(found) == Halves{};
+    return std::bit_cast<Halves>(static_cast<Bytes>(farthest > '~' - ' ')) == Halves{};
 }
 
 // How many bytes at the beginning of a text, which is not empty, stay: a run of printable ASCII or
