@@ -16,6 +16,8 @@ endif()
 function(vestrel_compile target)
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:${VESTREL_WARNINGS}>)
     target_compile_options(${target} PRIVATE -fstack-protector-strong)
+    # Symbols are bound at load (-z now), so that calls need no stub; nobody takes a function's place.
+    target_compile_options(${target} PRIVATE -fno-plt -fno-semantic-interposition)
     target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
     if(NOT VESTREL_FUZZ) # clang's runtimes are in the program only
         target_link_options(${target} PRIVATE -Wl,--no-undefined)

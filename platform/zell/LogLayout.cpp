@@ -2,13 +2,16 @@
 // Log message formats taken apart once and filled many times.
 #include "platform/zell/LogLayout.h"
 
+#include <cstring>
+
 namespace Zell {
 
 namespace {
 
 // Returns the place behind it.
-char* putPiece(char* place, std::string_view piece) {
-    return place + piece.copy(place, piece.size());
+inline char* putPiece(char* place, const char* piece, std::size_t size) {
+    std::memcpy(place, piece, size);
+    return place + size;
 }
 
 } // namespace
@@ -41,18 +44,18 @@ std::size_t LogLayout::longest(std::span<const Orvo::String> arguments) const no
 }
 
 char* LogLayout::put(char* place, std::span<const Orvo::String> arguments) const noexcept {
-    const std::string_view plain = plain_;
+    const char* const plain = plain_.data();
     std::size_t done = 0;
-    std::size_t next = 0;
+    auto next = arguments.begin();
     for (const std::size_t end : places_) {
-        place = putPiece(place, {plain.data() + done, end - done});
+        place = putPiece(place, plain + done, end - done);
         done = end;
-        if (next < arguments.size()) {
-            place = putPiece(place, arguments[next].view());
+        if (next != arguments.end()) {
+            place = putPiece(place, next->c_str(), next->size());
             ++next;
         }
     }
-    return putPiece(place, {plain.data() + done, plain.size() - done});
+    return putPiece(place, plain + done, plain_.size() - done);
 }
 
 } // namespace Zell
