@@ -46,9 +46,11 @@ TESTS = {
         "texts/vestrel-texts-test",
     ],
 }
-# They read the sources as text, of which the copy holds more than there is.
+# They read the sources as text or the symbols of the library, of which the copy has more than there
+# are: a call whose arguments are exchanged is a call of another kind.
 NOT_RUN = (
-    "Texts.OfEveryStatementOfTheSourcesAreInTheTableOnce"
+    "LogSection.IsRaisedFromByTwoKindsOfCalls"
+    ":Texts.OfEveryStatementOfTheSourcesAreInTheTableOnce"
     ":Texts.OfLogMessagesAreRaisedAsTheirRecordsSay"
 )
 BYTES_EACH = 4 << 30
