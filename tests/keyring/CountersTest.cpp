@@ -74,6 +74,14 @@ TEST_F(Counters, RememberARefusedFileUntilItIsTaken) {
     EXPECT_TRUE(ima().refused.empty());
 }
 
+TEST_F(Counters, NumberRefusalsFromOneOn) {
+    EXPECT_EQ(KeyringCounters::Refusal().number, 0);
+    ima().refusalIs("/first", "any");
+    ima().refusalIs("/second", "any");
+    EXPECT_EQ(ima().refused["/first"].number, 1);
+    EXPECT_EQ(ima().refused["/second"].number, 2);
+}
+
 TEST_F(Counters, ForgetRefusedFilesWhenEverythingIsOfferedAgain) {
     ima().refusalIs("/gone", "any");
     stop();
@@ -262,8 +270,12 @@ TEST_F(Counters, ShowRefusedFilesThroughTheirTypeTable) {
         ++refused;
         EXPECT_EQ(name, "/a");
         const auto& refusal = std::get<Orvo::Record>(value);
+        EXPECT_EQ(refusal.type, Zell::registeredType("Vestrel::KeyringCounters::Refusal"));
+        ASSERT_EQ(refusal.type->attributes().size(), 2U);
+        EXPECT_STREQ(refusal.type->attributes()[0].name, "reason");
         EXPECT_EQ(refusal.type->value(refusal.object.get(), 0),
                   Orvo::Value(Orvo::String("reason")));
+        EXPECT_STREQ(refusal.type->attributes()[1].name, "number");
         EXPECT_EQ(refusal.type->value(refusal.object.get(), 1), Orvo::Value(std::int64_t{2}));
     });
     EXPECT_EQ(refused, 1);
