@@ -6,6 +6,8 @@
 #include "platform/zell/TraceHandle.h"
 #include "platform/zell/TypeData.h"
 
+#include <unistd.h>
+
 #include <utility>
 
 namespace Vestrel {
@@ -65,7 +67,14 @@ Orvo::Ptr<IntegritySyslogSm> IntegritySyslogSm::IntegritySyslogSmIs() {
 }
 
 IntegritySyslogSm::IntegritySyslogSm() : fileDescriptorReactor_(*this) {
-    handleInitialized();
+    try {
+        handleInitialized();
+    } catch (...) {
+        if (socketFd_ != 0) { // the file stands for a state machine that lives
+            unlink(socketPath);
+        }
+        throw;
+    }
 }
 
 const Zell::TypeData& IntegritySyslogSm::typeData() const {

@@ -102,7 +102,11 @@ TEST_P(Allocation, ThatFailsLeavesTheKeyringFactoryAsAnExceptionWithNothingLeftB
 }
 
 TEST_P(Allocation, ThatFailsLeavesTheSyslogFactoryAsAnExceptionWithNothingLeftBehind) {
-    strikeEach([] { return integritySyslogSmFactory(); }, [&] { clear(); });
+    strikeEach([] { return integritySyslogSmFactory(); },
+               [&] {
+                   EXPECT_FALSE(std::filesystem::exists(IntegritySyslogSm::socketPath));
+                   clear();
+               });
 }
 
 class KernelText : public CertificateDirectories {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of the socket's life: opened, drained, closed, and every failure on the way.
 #include "platform/zell/FileDescriptor.h"
+#include "platform/zell/TraceHandle.h"
 #include "tests/fuzz/AppraisalLines.h"
 #include "tests/syslog/SyslogTest.h"
 
@@ -173,6 +174,14 @@ TEST_F(KernelMessageSocket, IsClosedWhenBindIsRefused) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
+TEST_F(KernelMessageSocket, TellsTheCauseOfBindNotThatOfTheClose) {
+    calls.failNext("bind", EADDRINUSE);
+    calls.failNext("close", EIO);
+    start(true);
+    EXPECT_EQ(failures(), Texts{"1 handleInitialized: bind: "s + strerror(EADDRINUSE)});
+    EXPECT_EQ(calls.pending(), 0U);
+}
+
 TEST_F(KernelMessageSocket, IsClosedWhenADirectoryOccupiesThePath) {
     fs::create_directory(path);
     start(true);
@@ -243,6 +252,16 @@ TEST_F(KernelMessageSocket, PassesAnEmptyDatagramOnAsAnEmptyLine) {
     EXPECT_EQ(messages, Texts{message("next")}) << "an empty datagram does not end the drain";
 }
 
+TEST_F(KernelMessageSocket, DoesNotTakeAnEmptyDatagramForTheOneBefore) {
+    start();
+    ASSERT_TRUE(send(realLine));
+    ASSERT_TRUE(send(""));
+    ASSERT_TRUE(send(""));
+    drain();
+    EXPECT_EQ(linesHandled(), 3);
+    EXPECT_EQ(messages.size(), 1U);
+}
+
 TEST_F(KernelMessageSocket, DoesNotSplitADatagramIntoLines) {
     start();
     ASSERT_TRUE(send(lineWithCause("one") + "\n" + lineWithCause("two")));
@@ -288,10 +307,11 @@ TEST_F(KernelMessageSocket, CutsALongerDatagramAtTheBuffersSize) {
 TEST_F(KernelMessageSocket, LeavesNothingOfALongDatagramToTheNext) {
     start();
     ASSERT_TRUE(send(longLine(8192)));
-    ASSERT_TRUE(send("kernel: [ 1.0][ T1] short"));
+    ASSERT_TRUE(send(lineWithCause("short"))); // nothing may follow its errno
     drain();
     EXPECT_EQ(linesHandled(), 2);
-    EXPECT_EQ(messages.size(), 1U);
+    ASSERT_EQ(messages.size(), 2U);
+    EXPECT_EQ(messages[1], message("short"));
 }
 
 TEST_F(KernelMessageSocket, EndsTheDrainAtAReadErrorAndGoesOnAtTheNext) {
@@ -351,6 +371,16 @@ TEST_F(KernelMessageSocket, IsClosedAndThenUnlinkedAtTheEnd) {
     EXPECT_EQ(socketCalls(), (Texts{closed, unlinkCall}));
     EXPECT_EQ(traces, Texts{"5 handleDelete: "});
     EXPECT_FALSE(fs::exists(fs::symlink_status(path)));
+}
+
+TEST_F(KernelMessageSocket, IsTakenDownAfterTheTraceOfIt) {
+    start();
+    bool wasThere = false;
+    Zell::traceSinkIs([&](const Zell::TraceLine& line) {
+        wasThere = line.text == "handleDelete: " && socketCalls().empty() && fs::exists(path);
+    });
+    stop();
+    EXPECT_TRUE(wasThere);
 }
 
 TEST_F(KernelMessageSocket, IsOnlyUnlinkedAtTheEndWithoutASocket) {
