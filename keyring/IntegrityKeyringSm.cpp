@@ -2,6 +2,7 @@
 // Creation of the keyring state machine and its plain attributes.
 #include "keyring/IntegrityKeyringSm.h"
 
+#include "platform/zell/Errors.h"
 #include "platform/zell/TraceHandle.h"
 
 #include <utility>
@@ -15,6 +16,9 @@ integrityKeyringSmFactory(const Orvo::Ptr<IntegrityKeyringColl>& integrityKeyrin
 
 Orvo::Ptr<IntegrityKeyringSm>
 IntegrityKeyringSm::IntegrityKeyringSmIs(const Orvo::Ptr<IntegrityKeyringColl>& coll) {
+    if (!coll) {
+        throw Zell::NullArgumentError("Vestrel::IntegrityKeyringSm needs a collection");
+    }
     auto stateMachine = Orvo::makeNode<IntegrityKeyringSm>(coll);
     stateMachine->hasNotificationActiveIs(true);
     return stateMachine;

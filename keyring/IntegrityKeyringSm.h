@@ -184,8 +184,8 @@ private:
 
 // Creates the keyring state machine over the collection that it is to fill. When it returns, every
 // keyring that the kernel has is watched and every certificate file found has been offered to it.
-// Throws std::bad_alloc, and std::filesystem::filesystem_error when a certificate directory exists
-// but cannot be read.
+// Throws std::bad_alloc, std::filesystem::filesystem_error when a certificate directory exists but
+// cannot be read, and Zell::NullArgumentError without a collection.
 VESTREL_EXPORT Orvo::Ptr<IntegrityKeyringSm>
 integrityKeyringSmFactory(const Orvo::Ptr<IntegrityKeyringColl>& integrityKeyringColl);
 

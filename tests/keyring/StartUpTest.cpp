@@ -138,6 +138,11 @@ TEST_F(StartUp, LoadsAFileThatIsRenamedIntoPlace) {
     EXPECT_EQ(keyColl()->key().size(), 1U);
 }
 
+TEST_F(StartUp, IsRefusedWithoutACollection) {
+    EXPECT_THROW(integrityKeyringSmFactory(nullptr), Zell::NullArgumentError);
+    EXPECT_EQ(traces(), TraceLines{}) << "nothing was begun";
+}
+
 TEST_F(StartUp, LeavesAsAnExceptionWhenADirectoryCannotBeOpened) {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "the sanitizer's check of object types needs a descriptor of its own";
