@@ -73,6 +73,9 @@ AgentProcess::~AgentProcess() {
 void AgentProcess::become(const AgentSetup& setup) const {
     outputTo(setup.out.empty() ? directory_.path("out") : setup.out, STDOUT_FILENO);
     outputTo(directory_.path("err"), STDERR_FILENO);
+    if (!setup.hasInput) {
+        close(STDIN_FILENO);
+    }
     setenv("NOTIFY_SOCKET", directory_.path("notify").c_str(), 1);
     for (const auto& [name, value] : setup.environment) {
         setenv(name.c_str(), value.c_str(), 1);

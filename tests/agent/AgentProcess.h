@@ -19,6 +19,7 @@ struct AgentSetup {
     std::vector<std::pair<std::string, std::string>> environment{};
     mode_t umask = 022;
     std::string out{}; // instead of the file that out() reads
+    bool hasInput = true;
 };
 
 // Started at construction, killed at destruction if it has not ended. Steps that the system refuses

@@ -16,6 +16,8 @@ namespace Vestrel::Tests {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 const std::string socketPath = "/var/run/IMAKernelMessages";
 
 constexpr const char* kernelLine =
@@ -45,7 +47,7 @@ void sendToTheAgent(std::string_view line) {
 
 class KernelMessages : public testing::Test {
 protected:
-    ~KernelMessages() override { std::filesystem::remove_all("/etc/keys"); }
+    ~KernelMessages() override { fs::remove_all("/etc/keys"); }
 };
 
 TEST_F(KernelMessages, BecomeLogMessagesOnStderr) {
@@ -54,6 +56,14 @@ TEST_F(KernelMessages, BecomeLogMessagesOnStderr) {
     sendToTheAgent(kernelLine);
     EXPECT_TRUE(agent.errHas(logLine)) << agent.err();
     EXPECT_EQ(agent.errLines().size(), 1U) << agent.err();
+}
+
+TEST_F(KernelMessages, AreReceivedByAnAgentThatWasStartedWithoutInput) {
+    AgentProcess agent({.arguments = {"--log", "stderr"}, .hasInput = false});
+    EXPECT_EQ(agent.notification(), "READY=1");
+    EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(agent.pid()) + "/fd/0"), "/dev/null");
+    sendToTheAgent(kernelLine);
+    EXPECT_TRUE(agent.errHas(logLine)) << agent.err();
 }
 
 TEST_F(KernelMessages, AreStillReceivedAfterAReload) {
