@@ -101,7 +101,7 @@ void Agent::reload() {
 }
 
 Differences Agent::resync() {
-    Differences differed = drift_->look();
+    Differences differed = drift_->lookTwice();
     rebuild(differed);
     return differed;
 }

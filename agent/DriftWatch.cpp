@@ -33,6 +33,12 @@ void forEachDifference(const void* object, const Zell::CollectionData::Visitor& 
 
 const Zell::TypeRegistration registration(DriftRecord::typeData());
 
+Differences inBoth(const Differences& first, const Differences& second) {
+    Differences found;
+    std::ranges::set_intersection(first, second, std::inserter(found, found.end()));
+    return found;
+}
+
 } // namespace
 
 const Zell::TypeData& DriftRecord::typeData() {
@@ -91,6 +97,11 @@ Differences DriftWatch::look() {
     return all;
 }
 
+Differences DriftWatch::lookTwice() {
+    const Differences first = look();
+    return first.empty() ? first : inBoth(first, look());
+}
+
 void DriftWatch::check() {
     isDoubtNoted_ = false;
     if (isConfirming_) {
@@ -107,10 +118,7 @@ void DriftWatch::check() {
 
 void DriftWatch::confirm() {
     isConfirming_ = false;
-    const Differences again = look();
-    Differences confirmed;
-    std::ranges::set_intersection(suspected_, again, std::inserter(confirmed, confirmed.end()));
-    decide(confirmed);
+    decide(inBoth(suspected_, look()));
 }
 
 void DriftWatch::decide(const Differences& confirmed) {

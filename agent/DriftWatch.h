@@ -57,6 +57,10 @@ public:
     // Handles what is waiting and compares; rebuilds nothing.
     Differences look();
 
+    // What two looks find, one right after the other: a file that arrives between the handling and
+    // the comparison is no difference, since the second look handles it.
+    Differences lookTwice();
+
     // Looks, and looks again to confirm what was found, after which it may rebuild.
     void check();
 

@@ -9,6 +9,7 @@
 #include <sys/inotify.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace Vestrel::Tests {
 
@@ -79,6 +80,24 @@ TEST_F(DriftWatchTest, HandlesWhatIsWaitingBeforeItCompares) {
     put("signer", "first"); // nobody has run the loop since
     EXPECT_EQ(watch_->look(), Differences{});
     EXPECT_EQ(keyColl()->key().size(), 1U);
+}
+
+TEST_F(DriftWatchTest, TakesNoFileThatArrivesWhileItLooksForADifference) {
+    bool isToCome = true;
+    onTrace = [&](const std::string& line) { // the directory's events were handled just before
+        if (std::exchange(isToCome, isToCome && line != "5 handleKeyringWatch: .ima") != isToCome) {
+            put("signer", "first");
+        }
+    };
+    EXPECT_EQ(watch_->look().size(), 1U) << "one look takes it for one";
+    fs::remove(file("signer"));
+    EXPECT_EQ(watch_->look(), Differences{});
+    isToCome = true;
+    EXPECT_EQ(watch_->lookTwice(), Differences{});
+    EXPECT_FALSE(isToCome);
+    onTrace = nullptr;
+    keys.clear(".ima");
+    EXPECT_EQ(watch_->lookTwice().size(), 1U) << "what stays is found";
 }
 
 TEST_F(DriftWatchTest, RebuildsWhatAClearLeft) {
