@@ -4,6 +4,7 @@
 #include "diagnosis/DiagnosisText.h"
 #include "diagnosis/SignatureCheck.h"
 #include "keymodel/CertificateDescription.h"
+#include "keymodel/CertificateFile.h"
 #include "tests/support/CertificateVerdicts.h"
 #include "tests/support/TempDir.h"
 
@@ -224,6 +225,28 @@ TEST_F(DiagnosisTest, FindsTheIssuersCertificateInADirectory) {
 TEST_F(DiagnosisTest, TakesEveryIssuerOfAPemFile) {
     noIssuers();
     issuerIs("chain", bytesOf(toPem(unknown().certificate()) + toPem(trusted().certificate())));
+    EXPECT_EQ(known_.stock.certificates().size(), 2U);
+    EXPECT_EQ(finding().verdict, Verdict::accepted);
+}
+
+TEST_F(DiagnosisTest, TakesAnIssuerBehindOtherBlocksOnce) {
+    noIssuers();
+    const std::string key = toPem(bytesOf("no certificate"), "PUBLIC KEY");
+    issuerIs("chain", bytesOf(key + "-----END \n" + key + toPem(trusted().certificate()) + key));
+    EXPECT_EQ(known_.stock.certificates().size(), 1U);
+    EXPECT_EQ(finding().verdict, Verdict::accepted);
+}
+
+// Looked at from every end line on, this file would take many minutes.
+TEST_F(DiagnosisTest, ReadsAFileOfEndLinesOnce) {
+    noIssuers();
+    const std::string issuer = toPem(trusted().certificate());
+    const std::string endLine = "-----END \n";
+    std::string file = issuer;
+    while (file.size() + endLine.size() + issuer.size() <= maxCertificateFileSize) {
+        file += endLine;
+    }
+    issuerIs("chain", bytesOf(file + issuer));
     EXPECT_EQ(known_.stock.certificates().size(), 2U);
     EXPECT_EQ(finding().verdict, Verdict::accepted);
 }
