@@ -21,12 +21,13 @@ namespace fs = std::filesystem;
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::string_view endOfPem = "-----END ";
-
-// What stands behind the first PEM block; empty when there is none.
-Bytes behindFirstBlock(const Bytes& content) {
-    const auto mark = std::search(content.begin(), content.end(), endOfPem.begin(), endOfPem.end());
-    return mark == content.end() ? Bytes() : Bytes(mark + endOfPem.size(), content.end());
+// Takes the text up to the end line of its first PEM block, with that; all of it without one.
+std::string_view blockTaken(std::string_view& text) {
+    const std::size_t mark = text.find("\n-----END ");
+    const std::size_t end = mark == std::string_view::npos ? mark : text.find('\n', mark + 1);
+    const std::string_view block = text.substr(0, end);
+    text.remove_prefix(block.size());
+    return block;
 }
 
 // With the directory's true path, but the entry itself as it is named.
@@ -77,13 +78,16 @@ void CertificateStock::directoryAdd(const std::string& keyring) {
 }
 
 bool CertificateStock::fileAdd(const std::string& path) {
-    auto content = readFileContent(path.c_str());
+    const auto content = readFileContent(path.c_str());
     if (!content) {
         return false;
     }
-    bool isAny = false;
-    for (Bytes rest = *std::move(content); !rest.empty(); rest = behindFirstBlock(rest)) {
-        isAny = add(path, "", derOf(rest)) || isAny;
+    bool isAny = add(path, "", *content); // in DER
+    std::string_view rest(reinterpret_cast<const char*>(content->data()),
+                          isAny ? 0 : content->size());
+    while (!rest.empty()) {
+        const std::string_view block = blockTaken(rest);
+        isAny = add(path, "", derOf({block.begin(), block.end()})) || isAny;
     }
     errno = isAny ? 0 : EBADMSG;
     return isAny;

@@ -86,11 +86,25 @@ using Owned = std::unique_ptr<T, Deleter<release>>;
 using PublicKey = Owned<EVP_PKEY, EVP_PKEY_free>;
 using DigestContext = Owned<EVP_MD_CTX, EVP_MD_CTX_free>;
 
-// The content octets of an object identifier in dotted numbers.
+// Whether every number is there to its end, in its shortest form, and of at most 63 bits.
+bool isPlain(ByteSpan id) {
+    constexpr std::size_t mostBytes = 9; // of a number, of 7 bits each
+    std::size_t size = 0;                // of the number so far
+    for (const std::uint8_t byte : id) {
+        if (size == mostBytes || (size == 0 && byte == 0x80U)) {
+            return false;
+        }
+        size = (byte & 0x80U) != 0 ? size + 1 : 0;
+    }
+    return size == 0;
+}
+
+// The content octets of an object identifier in dotted numbers, no two the same: the kernel
+// compares the octets. Empty where the numbers do not tell them.
 std::string dotted(ByteSpan id) {
     std::string text;
     std::uint64_t number = 0;
-    for (const std::uint8_t byte : id) {
+    for (const std::uint8_t byte : isPlain(id) ? id : ByteSpan()) {
         number = number << 7U | (byte & 0x7fU);
         if ((byte & 0x80U) != 0) {
             continue;
@@ -141,6 +155,9 @@ std::optional<std::string> keyAlgorithm(const CertificatePublicKey& key) {
 
 std::string algorithmText(ByteSpan objectIdentifier) {
     const std::string numbers = dotted(objectIdentifier);
+    if (numbers.empty()) {
+        return hexOf(objectIdentifier);
+    }
     const ErrorQueueGuard guard;
     const int known = OBJ_txt2nid(numbers.c_str());
     return known == NID_undef ? numbers : OBJ_nid2ln(known);
@@ -170,8 +187,8 @@ SignatureState signatureState(const CertificateFields& certificate,
     const EVP_MD* const type = digest(algorithm->hash);
     const DigestContext context(EVP_MD_CTX_new());
     // The others have rules of their own for what is hashed.
-    const bool isPlain = algorithm->cipher == "rsa" || algorithm->cipher == "ecdsa";
-    if (!isPlain || !verifier || type == nullptr || !context ||
+    const bool isVerifiable = algorithm->cipher == "rsa" || algorithm->cipher == "ecdsa";
+    if (!isVerifiable || !verifier || type == nullptr || !context ||
         EVP_DigestVerifyInit(context.get(), nullptr, type, nullptr, verifier.get()) != 1) {
         return SignatureState::notVerifiable;
     }

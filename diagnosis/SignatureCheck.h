@@ -21,7 +21,8 @@ std::optional<SignatureAlgorithm> signatureAlgorithm(const CertificateFields& ce
 // The kernel's name of the key's algorithm, such as "rsa" or "ecdsa-nist-p256"; the same.
 std::optional<std::string> keyAlgorithm(const CertificatePublicKey& key);
 
-// An algorithm as people know it: a name, or else the numbers of its object identifier.
+// An algorithm as people know it: a name, or else the numbers of its object identifier, or its
+// bytes where it is none.
 std::string algorithmText(ByteSpan objectIdentifier);
 
 // The hash of what is signed, in the kernel's writing. Nothing when OpenSSL lacks the algorithm.

@@ -4,6 +4,7 @@
 #include "diagnosis/DiagnosisText.h"
 #include "diagnosis/SignatureCheck.h"
 #include "keymodel/CertificateDescription.h"
+#include "keymodel/CertificateFile.h"
 #include "tests/support/CertificateVerdicts.h"
 #include "tests/support/TempDir.h"
 
@@ -228,6 +229,28 @@ TEST_F(DiagnosisTest, TakesEveryIssuerOfAPemFile) {
     EXPECT_EQ(finding().verdict, Verdict::accepted);
 }
 
+TEST_F(DiagnosisTest, TakesAnIssuerBehindOtherBlocksOnce) {
+    noIssuers();
+    const std::string key = toPem(bytesOf("no certificate"), "PUBLIC KEY");
+    issuerIs("chain", bytesOf(key + "-----END \n" + key + toPem(trusted().certificate()) + key));
+    EXPECT_EQ(known_.stock.certificates().size(), 1U);
+    EXPECT_EQ(finding().verdict, Verdict::accepted);
+}
+
+// Looked at from every end line on, this file would take many minutes.
+TEST_F(DiagnosisTest, ReadsAFileOfEndLinesOnce) {
+    noIssuers();
+    const std::string issuer = toPem(trusted().certificate());
+    const std::string endLine = "-----END \n";
+    std::string file = issuer;
+    while (file.size() + endLine.size() + issuer.size() <= maxCertificateFileSize) {
+        file += endLine;
+    }
+    issuerIs("chain", bytesOf(file + issuer));
+    EXPECT_EQ(known_.stock.certificates().size(), 2U);
+    EXPECT_EQ(finding().verdict, Verdict::accepted);
+}
+
 TEST_F(DiagnosisTest, RefusesWhatIsBlacklisted) {
     const Bytes der = trusted().issue({});
     const auto certificate = readCertificate(der);
@@ -404,6 +427,37 @@ TEST_F(DiagnosisTest, HasANameAndItsErrorsForEveryReason) {
     EXPECT_EQ(names.size(), static_cast<std::size_t>(Reason::unknownRule) + 1);
     EXPECT_EQ(errorsOf(Reason::noTrustedIssuer), std::vector<int>{ENOKEY});
     EXPECT_EQ(errorsOf(Reason::none), std::vector<int>{});
+}
+
+const Bytes sha256WithRsa{0x2a, 0x86, 0x48, 0x86, 0xf7, 0x0d, 0x01, 0x01, 0x0b};
+
+// The kernel compares the bytes of an identifier, not its numbers.
+TEST(SignatureAlgorithm, IsKnownInItsOwnBytesOnly) {
+    CertificateFields certificate;
+    certificate.signatureAlgorithm = sha256WithRsa;
+    ASSERT_TRUE(signatureAlgorithm(certificate));
+    EXPECT_EQ(signatureAlgorithm(certificate)->hash, "sha256");
+    Bytes unfinished = sha256WithRsa;
+    unfinished.push_back(0x81);
+    Bytes padded = sha256WithRsa;
+    padded.insert(padded.end() - 1, 0x80);
+    Bytes overflown = sha256WithRsa; // 2^63 and 11
+    overflown.insert(overflown.end() - 1, {0x81, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80});
+    Bytes wrapped = sha256WithRsa; // 2^64 and 11
+    wrapped.insert(wrapped.end() - 1, {0x82, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80});
+    for (const Bytes& bytes : {unfinished, padded, overflown, wrapped, Bytes()}) {
+        certificate.signatureAlgorithm = bytes;
+        EXPECT_FALSE(signatureAlgorithm(certificate)) << hexOf(bytes);
+        EXPECT_EQ(algorithmText(bytes), hexOf(bytes));
+        EXPECT_FALSE(keyAlgorithm({.encoding = {}, .algorithm = bytes, .curve = {}}));
+    }
+}
+
+TEST(SignatureAlgorithm, IsShownByNameOrNumbers) {
+    EXPECT_EQ(algorithmText(sha256WithRsa), "sha256WithRSAEncryption");
+    EXPECT_EQ(algorithmText(Bytes{0x2a, 0x03, 0x04}), "1.2.3.4");
+    EXPECT_EQ(algorithmText(Bytes{0x2a, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x7f}),
+              "1.2.9223372036854775807");
 }
 
 TEST(DiagnosisText, HasReasonErrorsAndEverythingElse) {

@@ -61,6 +61,19 @@ void blankSignature(Bytes& der) {
     std::fill(der.end() - 32, der.end(), std::uint8_t{0});
 }
 
+// Its signature algorithm, which is ecdsa-with-SHA256, becomes another identifier of that size.
+CertificateCase renamed(std::string name, const Bytes& identifier) {
+    return {std::move(name), Reason::unsupportedAlgorithm,
+            [identifier](const Authority&, const Authority&) {
+                const Bytes replaced{0x2a, 0x86, 0x48, 0xce, 0x3d, 0x04, 0x03, 0x02};
+                Bytes der = Authority::generate().issue({});
+                for (const bool isLast : {false, true}) { // what is signed names it, too
+                    std::ranges::copy(identifier, found(der, replaced, isLast));
+                }
+                return der;
+            }};
+}
+
 CertificatePlan authorityBy(AuthorityIdentifier kind) {
     CertificatePlan plan;
     plan.authorityIdentifier = kind;
@@ -170,6 +183,9 @@ Cases algorithms() {
         trusted("p192-key", Reason::none, withKey(KeyKind::p192)),
         trusted("p224-key", Reason::unsupportedAlgorithm, withKey(KeyKind::p224)),
         trusted("secp256k1-key", Reason::unsupportedAlgorithm, withKey(KeyKind::secp256k1)),
+        // Each would be ecdsa-with-SHA1, were it not for a byte too many.
+        renamed("padded-algorithm", {0x2a, 0x86, 0x48, 0xce, 0x3d, 0x04, 0x80, 0x01}),
+        renamed("unfinished-algorithm", {0x2a, 0x86, 0x48, 0xce, 0x3d, 0x04, 0x01, 0x81}),
         {"p521-key-of-a-stranger", Reason::unsupportedAlgorithm,
          [](const Authority&, const Authority& ca) { return ca.issue(withKey(KeyKind::p521)); }},
         trusted("digital-signature", Reason::none, withUsage(7, 0x80)),
