@@ -7,6 +7,11 @@ life=1
 steps=0
 sent=0
 fileCount=0
+striker='' # its process, while a signal is under way
+leaving='' # the record of the last file that left, until it is settled
+rings=".ima .secondary_trusted_keys"
+soundNames="alpha beta gamma twin leaf replacement"
+statusSocket=/run/vestrel/agent.sock
 
 # LIMIT: sets `drawn` to 0 ... LIMIT-1. Not printed: a subshell would not keep the seed.
 draw() {
@@ -38,6 +43,7 @@ drawContent() {
 }
 
 put() { # FILE
+    contentIs "$1"
     if [ "$content" = garbage ]; then
         echo "not a certificate" >"$1"
     else
@@ -72,6 +78,7 @@ fileStep() {
     set -- "$place"/*
     if [ $# -gt 8 ]; then
         drawFile
+        contentLeaves
         rm "$file"
         return
     fi
@@ -79,10 +86,10 @@ fileStep() {
     case $drawn in
     0 | 1 | 2) arrive ;;
     3) drawContent && newName && put "$file" ;;
-    4) drawFile && rm "$file" ;;
-    5) drawFile && mv "$file" "/away/$fileCount" ;;
-    6) drawFile && old=$file && newName && mv "$old" "$file" ;;
-    *) drawFile && drawContent && put "$file" ;;
+    4) drawFile && contentLeaves && rm "$file" ;;
+    5) drawFile && contentLeaves && mv "$file" "/away/$fileCount" ;;
+    6) drawFile && old=$file && newName && contentMoves "$old" && mv "$old" "$file" ;;
+    *) drawFile && drawContent && contentLeaves && put "$file" ;;
     esac
     rm -f /away/*
 }
@@ -95,7 +102,7 @@ keyStep() {
     0) [ "$ring" = .secondary_trusted_keys ] || keyctl clear "%:$ring" ;;
     1 | 2 | 3 | 4 | 5)
         drawContent
-        [ "$content" = garbage ] || keyctl padd asymmetric "" "%:$ring" <"$trust/$content.der" >/dev/null 2>&1
+        [ "$content" = garbage ] || handAdds
         ;;
     *)
         # Another's hand may be quicker.
@@ -104,6 +111,11 @@ keyStep() {
         ;;
     esac
     true
+}
+
+handAdds() {
+    keyctl padd asymmetric "" "%:$ring" <"$trust/$content.der" >/dev/null 2>&1 &&
+        eval "last_${ring#.}_${content%-[12]}=added"
 }
 
 line() {
@@ -127,19 +139,106 @@ violationStep() {
     done
 }
 
-lifeStep() {
+# --- kills
+
+count() { echo "$1" >>"$work/kills"; }
+
+counted() { grep -cx "$1" "$work/kills"; }
+
+# Sets `signal`: one in three is SIGTERM.
+drawSignal() {
     draw 3
-    case $drawn in
-    0) stopAgent ;;
-    *) killAgent ;;
-    esac
-    startAgent
-    life=$((life + 1))
+    signal=KILL
+    [ "$drawn" -gt 0 ] || signal=TERM
 }
 
-stepA() {
-    draw 40
+lifeStep() {
+    draw 2
     if [ "$drawn" = 0 ]; then
+        killBetweenSteps
+    else
+        strikeLater
+    fi
+}
+
+killBetweenSteps() {
+    drawSignal
+    case $signal in
+    TERM) stopAgent ;;
+    *) killAgent ;;
+    esac
+    count "between steps, $signal"
+    restart
+}
+
+# Steps go on until the signal comes, and until the next of them ends the agent lies dead.
+strikeLater() {
+    drawSignal
+    draw 200
+    strike "$signal" "$drawn" &
+    striker=$!
+    draw 2
+    [ "$drawn" = 0 ] || kill -HUP "$agentProcess"
+}
+
+strike() { # SIGNAL MILLISECONDS
+    usleep $(($2 * 1000))
+    if isAtRest "$agentProcess"; then
+        count "in the background, $1"
+    else
+        count "in the background, $1, at work"
+    fi
+    kill "-$1" "$agentProcess"
+}
+
+strikeIsOver() { [ -n "$striker" ] && not isRunning "$striker"; }
+
+restartAfterStrike() {
+    wait "$striker"
+    striker=''
+    await "the agent ends when it is struck" not isRunning "$agentProcess" || kill -9 "$agentProcess"
+    { wait "$agentProcess"; } 2>/dev/null
+    restart
+}
+
+# Every second start-up is cut short before the one that has to make everything right.
+restart() {
+    draw 2
+    [ "$drawn" = 0 ] || startInterrupted
+    startAgent
+    life=$((life + 1))
+    awaitSoundFiles "start $life"
+}
+
+startInterrupted() {
+    drawSignal
+    draw $startTook
+    launchAgent stderr
+    usleep $((drawn * 1000))
+    kill -STOP "$agentProcess" # it gets no further while it is looked at
+    count "$(startedUpTo), $signal"
+    kill "-$signal" "$agentProcess"
+    kill -CONT "$agentProcess" 2>/dev/null
+    await "the agent ends when its start-up is struck" not isRunning "$agentProcess" || kill -9 "$agentProcess"
+    { wait "$agentProcess"; } 2>/dev/null
+}
+
+# The status socket is the last thing that a start-up makes.
+startedUpTo() {
+    if grep -qF "$statusSocket" /proc/net/unix; then
+        echo "just started"
+    elif descriptorNames | grep -q inotify; then
+        echo "in start-up, at the keyrings"
+    else
+        echo "in start-up, before the keyrings"
+    fi
+}
+
+# --- steps of the phases
+
+stepA() {
+    draw 25
+    if [ "$drawn" = 0 ] && [ -z "$striker" ]; then
         lifeStep
     else
         stepB
@@ -170,24 +269,156 @@ toldInAll() { sinceBegin | grep -cE 'for file /t/(storm|violation), invoked'; }
 
 mentionedSinceBegin() { sinceBegin | grep -qF -- "$1"; }
 
-keyringNow() { keyctl list %:.ima | sed -n 's/.* asymmetric: //p' | sort; }
+# --- what the files carry, and why a key may be there without one
+
+# Of each file's number the certificate's name is kept while it is there, and of each key of a sound
+# certificate what happened last that may let it be in the keyring without a file:
+#   added   another hand added it
+#   burst   its file left while the agent was at work, maybe at the load of it, or rebuilt everything
+#   alone   its file left while the agent rested: the key must go, whoever added it
+
+contentIs() { # FILE
+    local number=${1##*/f}
+    eval "holds${number%.integrity-tmp}=${content%-[12]}"
+}
+
+contentMoves() { # FROM
+    eval "holds${file##*/f}=\${holds${1##*/f}}; unset holds${1##*/f}"
+}
+
+contentLeaves() {
+    local name
+    eval "name=\${holds${file##*/f}}; unset holds${file##*/f}"
+    if isAtRest "$agentProcess"; then
+        departureSettles
+        leaving=last_${ring#.}_$name
+        logSize=$(stat -c %s "$agentLog")
+        eval "$leaving=alone"
+        leftAlone=$((leftAlone + 1))
+    else
+        leftInBurst=$((leftInBurst + 1))
+        eval "last_${ring#.}_$name=burst"
+    fi
+}
+
+# The agent rests again: the file left alone, unless everything was rebuilt meanwhile.
+departureSettles() {
+    if [ -z "$leaving" ] || ! isAtRest "$agentProcess"; then
+        return
+    fi
+    if tail -c "+$((logSize + 1))" "$agentLog" | grep -q '^VESTREL_INTEGRITY_DRIFT:'; then
+        eval "$leaving=burst"
+        leftAlone=$((leftAlone - 1))
+        leftInBurst=$((leftInBurst + 1))
+    fi
+    leaving=''
+}
+
+# RING: sets `carried` to the sound certificates in its directory.
+filesOf() {
+    local file name
+    carried=' '
+    for file in "/etc/keys/${1#.}"/*; do
+        [ -e "$file" ] || continue
+        eval "name=\${holds${file##*/f}}"
+        case "$carried " in
+        *" $name "*) continue ;;
+        esac
+        case " $soundNames " in
+        *" $name "*) carried="$carried$name " ;;
+        esac
+    done
+}
+
+# RING: sets `held` to the certificates whose keys it holds.
+keysOf() {
+    local list name description
+    list=$(keyctl list "%:$1")
+    held=' '
+    for name in $soundNames; do
+        eval "description=\$description_$name"
+        case $list in *" asymmetric: $description"*) held="$held$name " ;; esac
+    done
+    # shellcheck disable=SC2086
+    set -- $held
+    [ "$(echo "$list" | grep -c ' asymmetric: ')" -eq $# ] || held="${held}unknown "
+}
+
+descriptionsRead() {
+    local name
+    for name in alpha beta gamma twin-1 leaf replacement; do
+        eval "description_${name%-1}=\$(cat \"\$trust/$name.description\")"
+    done
+}
+
+# Sets `missing` to the keys that files carry and keyrings lack.
+soundFilesAreLoaded() {
+    local ring name
+    isAtRest "$agentProcess" || return
+    missing=''
+    for ring in $rings; do
+        filesOf "$ring"
+        keysOf "$ring"
+        for name in $carried; do
+            case $held in *" $name "*) ;; *) missing="$missing $ring:$name" ;; esac
+        done
+    done
+    [ -z "$missing" ]
+}
+
+awaitSoundFiles() { # AFTER
+    await "every sound file's key is in its keyring after $1" soundFilesAreLoaded ||
+        check "nothing is missing, but there is:$missing" false
+}
+
+# Sets `left` to the keys that no file carries and nothing explains, `byHand` and `inBurst` to the
+# numbers of those that something does. The agent rests.
+nothingIsLeftBehind() {
+    local ring name
+    departureSettles
+    left='' byHand=0 inBurst=0
+    for ring in $rings; do
+        filesOf "$ring"
+        keysOf "$ring"
+        for name in $held; do
+            case $carried in *" $name "*) continue ;; esac
+            eval "last=\${last_${ring#.}_$name:-nothing}"
+            case $last in
+            added) byHand=$((byHand + 1)) ;;
+            burst) inBurst=$((inBurst + 1)) ;;
+            *) left="$left $ring:$name($last)" ;;
+            esac
+        done
+    done
+    [ -z "$left" ]
+}
+
+# Of every key in the keyrings a line.
+keyringsNow() {
+    local ring
+    for ring in $rings; do
+        keyctl list "%:$ring" | sed -n "s/.* asymmetric: /$ring /p"
+    done | sort
+}
+
+# .secondary_trusted_keys may not be cleared: its links to other keyrings are what it trusts.
+emptyKeyrings() {
+    local ring key name
+    for ring in $rings; do
+        for key in $(keyctl list "%:$ring" | awk '/ asymmetric: /{ sub(":", "", $1); print $1 }'); do
+            keyctl unlink "$key" "%:$ring"
+        done
+        for name in $soundNames; do
+            unset "last_${ring#.}_$name"
+        done
+    done
+    check "the keyrings are empty" [ -z "$(keyringsNow)" ]
+}
 
 freshStart() {
     stopAgent
-    keyctl clear %:.ima
+    emptyKeyrings
     startAgent
     life=$((life + 1))
-}
-
-# Every file of a sound certificate has its key in the keyring.
-soundFilesAreLoaded() {
-    local file name
-    isAtRest "$agentProcess" || return
-    for file in /etc/keys/ima/*; do
-        for name in alpha beta gamma twin-1 twin-2 leaf replacement; do
-            if cmp -s "$file" "$trust/$name.der" && ! keyIs "$name"; then
-                return 1
-            fi
-        done
-    done
+    await "the agent comes to rest" isAtRest "$agentProcess"
 }
