@@ -143,8 +143,6 @@ violationStep() {
 
 count() { echo "$1" >>"$work/kills"; }
 
-counted() { grep -cx "$1" "$work/kills"; }
-
 # Sets `signal`: one in three is SIGTERM.
 drawSignal() {
     draw 3
@@ -152,9 +150,9 @@ drawSignal() {
     [ "$drawn" -gt 0 ] || signal=TERM
 }
 
+# Taken in turn, so that a short soak has all of them too.
 lifeStep() {
-    draw 2
-    if [ "$drawn" = 0 ]; then
+    if [ $((life % 2)) -eq 0 ]; then
         killBetweenSteps
     else
         strikeLater
@@ -201,13 +199,20 @@ restartAfterStrike() {
     restart
 }
 
-# Every second start-up is cut short before the one that has to make everything right.
+# In two of four restarts a start-up is cut short before the one that has to make everything right.
 restart() {
-    draw 2
-    [ "$drawn" = 0 ] || startInterrupted
+    [ $((life / 2 % 2)) -eq 0 ] || startInterrupted
     startAgent
     life=$((life + 1))
     awaitSoundFiles "start $life"
+}
+
+startMeasured() {
+    local begun
+    begun=$(uptimeCentiseconds)
+    launchAgent stderr
+    await "the status socket is there" isStarted
+    startTook=$((($(uptimeCentiseconds) - begun) * 10 + 10)) # ms, with the time until it is noticed
 }
 
 startInterrupted() {
@@ -224,8 +229,10 @@ startInterrupted() {
 }
 
 # The status socket is the last thing that a start-up makes.
+isStarted() { grep -qF "$statusSocket" /proc/net/unix; }
+
 startedUpTo() {
-    if grep -qF "$statusSocket" /proc/net/unix; then
+    if isStarted; then
         echo "just started"
     elif descriptorNames | grep -q inotify; then
         echo "in start-up, at the keyrings"
@@ -237,7 +244,7 @@ startedUpTo() {
 # --- steps of the phases
 
 stepA() {
-    draw 25
+    draw 15
     if [ "$drawn" = 0 ] && [ -z "$striker" ]; then
         lifeStep
     else
