@@ -34,16 +34,26 @@ isAtRest() {
 
 field() { awk -v name="$1:" '$1 == name { print $2 }' "/proc/$agentProcess/status"; }
 
-descriptors() { find "/proc/$agentProcess/fd" -mindepth 1 | wc -l; }
+descriptors() { find "/proc/$agentProcess/fd" -mindepth 1 2>/dev/null | wc -l; }
 
 descriptorNames() { find "/proc/$agentProcess/fd" -mindepth 1 -exec readlink {} \;; }
 
 processorTicks() { awk '{ print $14 + $15 }' "/proc/$agentProcess/stat"; }
 
+switches() { awk '/ctxt_switches/ { sum += $2 } END { print sum }' "/proc/$agentProcess/status"; }
+
+# Sets `row`. A look for drift, which opens files, may come in between by its timer.
+isMeasuredAtRest() {
+    local before
+    isAtRest "$agentProcess" || return
+    before=$(switches)
+    row="$(field VmRSS) $(descriptors) $(processorTicks)"
+    [ "$(switches)" = "$before" ]
+}
+
 sample() {
-    await "the agent comes to rest" isAtRest "$agentProcess"
-    echo "$(($(uptimeCentiseconds) / 100)) $life $1 $(field VmRSS) $(descriptors) $(processorTicks) $steps" \
-        >>/results/samples.csv
+    await "the agent rests while it is measured" isMeasuredAtRest
+    echo "$(($(uptimeCentiseconds) / 100)) $life $1 $row $steps" >>/results/samples.csv
 }
 
 # PHASE CENTISECONDS: steps until the time is up, with a sample every two seconds.
@@ -212,10 +222,10 @@ quietAgentSleeps() {
     local wakeUps ticks
     sleep 11 # until nothing is left to report
     await "the agent comes to rest" isAtRest "$agentProcess"
-    wakeUps=$(($(field voluntary_ctxt_switches) + $(field nonvoluntary_ctxt_switches)))
+    wakeUps=$(switches)
     ticks=$(processorTicks)
     sleep $quietSeconds
-    wakeUps=$(($(field voluntary_ctxt_switches) + $(field nonvoluntary_ctxt_switches) - wakeUps))
+    wakeUps=$(($(switches) - wakeUps))
     ticks=$(($(processorTicks) - ticks))
     check "no wake-up in $quietSeconds s (there were $wakeUps)" [ $wakeUps -eq 0 ]
     check "no processor time in $quietSeconds s (there were $ticks ticks)" [ $ticks -eq 0 ]
