@@ -8,7 +8,7 @@ steps=0
 sent=0
 fileCount=0
 striker='' # its process, while a signal is under way
-leaving='' # the record of the last file that left, until it is settled
+ifRebuilt='' # the assignment that holds if everything is rebuilt before the agent rests again
 rings=".ima .secondary_trusted_keys"
 soundNames="alpha beta gamma twin leaf replacement"
 statusSocket=/run/vestrel/agent.sock
@@ -69,6 +69,7 @@ newName() {
 arrive() {
     drawContent
     newName
+    temporaryArrives
     put "$file.integrity-tmp"
     mv "$file.integrity-tmp" "$file"
 }
@@ -207,21 +208,28 @@ restart() {
     awaitSoundFiles "start $life"
 }
 
+# The very first start is slower than all others.
 startMeasured() {
     local begun
+    startAgent
+    stopAgent
     begun=$(uptimeCentiseconds)
     launchAgent stderr
     await "the status socket is there" isStarted
     startTook=$((($(uptimeCentiseconds) - begun) * 10 + 10)) # ms, with the time until it is noticed
 }
 
+# A strike that came too late has the next ones come earlier.
 startInterrupted() {
+    local stage
     drawSignal
     draw $startTook
     launchAgent stderr
     usleep $((drawn * 1000))
     kill -STOP "$agentProcess" # it gets no further while it is looked at
-    count "$(startedUpTo), $signal"
+    stage=$(startedUpTo)
+    count "$stage, $signal"
+    [ "$stage" != "just started" ] || startTook=$((startTook * 3 / 4 + 1))
     kill "-$signal" "$agentProcess"
     kill -CONT "$agentProcess" 2>/dev/null
     await "the agent ends when its start-up is struck" not isRunning "$agentProcess" || kill -9 "$agentProcess"
@@ -255,7 +263,7 @@ stepA() {
 stepB() {
     draw 40
     case $drawn in
-    0) kill -HUP "$agentProcess" ;;
+    0) kill -HUP "$agentProcess" && temporariesAreForgotten ;;
     1) stormStep ;;
     2 | 3) violationStep ;;
     4) usleep 300000 ;;
@@ -283,6 +291,8 @@ mentionedSinceBegin() { sinceBegin | grep -qF -- "$1"; }
 #   added   another hand added it
 #   burst   its file left while the agent was at work, maybe at the load of it, or rebuilt everything
 #   alone   its file left while the agent rested: the key must go, whoever added it
+# A rebuild while a temporary file is there takes that file on record too, and then no later departure of
+# the key's files has it unlinked, until everything is rebuilt again: such departures count as "burst".
 
 contentIs() { # FILE
     local number=${1##*/f}
@@ -293,32 +303,52 @@ contentMoves() { # FROM
     eval "holds${file##*/f}=\${holds${1##*/f}}; unset holds${1##*/f}"
 }
 
-contentLeaves() {
-    local name
-    eval "name=\${holds${file##*/f}}; unset holds${file##*/f}"
+# RECORD=VALUE: the agent rests, and this is for the case that everything is rebuilt before it rests again.
+ifRebuiltIs() {
+    ifRebuilt=$1
+    logSize=$(stat -c %s "$agentLog")
+}
+
+# The agent rests, or did so a moment ago.
+rebuildIsSettled() {
+    [ -n "$ifRebuilt" ] || return 0
+    if tail -c "+$((logSize + 1))" "$agentLog" | grep -q '^VESTREL_INTEGRITY_DRIFT:'; then
+        eval "$ifRebuilt"
+    fi
+    ifRebuilt=''
+}
+
+temporaryArrives() {
+    local record=stale_${ring#.}_${content%-[12]}
     if isAtRest "$agentProcess"; then
-        departureSettles
-        leaving=last_${ring#.}_$name
-        logSize=$(stat -c %s "$agentLog")
-        eval "$leaving=alone"
-        leftAlone=$((leftAlone + 1))
+        rebuildIsSettled
+        ifRebuiltIs "$record=yes"
     else
-        leftInBurst=$((leftInBurst + 1))
-        eval "last_${ring#.}_$name=burst"
+        eval "$record=yes"
     fi
 }
 
-# The agent rests again: the file left alone, unless everything was rebuilt meanwhile.
-departureSettles() {
-    if [ -z "$leaving" ] || ! isAtRest "$agentProcess"; then
-        return
-    fi
-    if tail -c "+$((logSize + 1))" "$agentLog" | grep -q '^VESTREL_INTEGRITY_DRIFT:'; then
-        eval "$leaving=burst"
-        leftAlone=$((leftAlone - 1))
+temporariesAreForgotten() {
+    local ring name
+    for ring in $rings; do
+        for name in $soundNames; do
+            unset "stale_${ring#.}_$name"
+        done
+    done
+}
+
+contentLeaves() {
+    local name record
+    eval "name=\${holds${file##*/f}}; unset holds${file##*/f}"
+    record=${ring#.}_$name
+    if isAtRest "$agentProcess" && rebuildIsSettled && eval "[ -z \"\${stale_$record:-}\" ]"; then
+        eval "last_$record=alone"
+        leftAlone=$((leftAlone + 1))
+        ifRebuiltIs "last_$record=burst"
+    else
+        eval "last_$record=burst"
         leftInBurst=$((leftInBurst + 1))
     fi
-    leaving=''
 }
 
 # RING: sets `carried` to the sound certificates in its directory.
@@ -382,7 +412,7 @@ awaitSoundFiles() { # AFTER
 # numbers of those that something does. The agent rests.
 nothingIsLeftBehind() {
     local ring name
-    departureSettles
+    rebuildIsSettled
     left='' byHand=0 inBurst=0
     for ring in $rings; do
         filesOf "$ring"
@@ -419,6 +449,7 @@ emptyKeyrings() {
             unset "last_${ring#.}_$name"
         done
     done
+    temporariesAreForgotten
     check "the keyrings are empty" [ -z "$(keyringsNow)" ]
 }
 

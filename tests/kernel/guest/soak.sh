@@ -67,7 +67,7 @@ churn() {
             [ "$1" = A ] || keysAreExplained || return
             nextSample=$((now + 200))
         fi
-        departureSettles
+        ! isAtRest "$agentProcess" || rebuildIsSettled
         "step$1"
         steps=$((steps + 1))
         if strikeIsOver; then
