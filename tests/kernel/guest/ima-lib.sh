@@ -112,9 +112,13 @@ isRunning() {
 
 # [TARGET]: where its log messages go.
 startAgent() {
-    "$agent" --log "${1:-stderr}" >>"$agentLog" 2>&1 &
-    agentProcess=$!
+    launchAgent "${1:-stderr}"
     await "the agent's socket is there" receives
+}
+
+launchAgent() {
+    "$agent" --log "$1" >>"$agentLog" 2>&1 &
+    agentProcess=$!
 }
 
 killAgent() {

@@ -1,7 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # The agent under everything at once for a long time: certificate files, keys by other hands, storms of
-# violations, SIGHUP, and, in the first half, kill -9 and restarts. Then what has to be as ever is asked.
+# violations, SIGHUP, and, in the first half, kill -9 and restarts at any moment. Then what has to be as
+# ever is asked.
 #
 #   soak.sh MINUTES SEED
 #
@@ -33,14 +34,26 @@ isAtRest() {
 
 field() { awk -v name="$1:" '$1 == name { print $2 }' "/proc/$agentProcess/status"; }
 
-descriptors() { find "/proc/$agentProcess/fd" -mindepth 1 | wc -l; }
+descriptors() { find "/proc/$agentProcess/fd" -mindepth 1 2>/dev/null | wc -l; }
+
+descriptorNames() { find "/proc/$agentProcess/fd" -mindepth 1 -exec readlink {} \;; }
 
 processorTicks() { awk '{ print $14 + $15 }' "/proc/$agentProcess/stat"; }
 
+switches() { awk '/ctxt_switches/ { sum += $2 } END { print sum }' "/proc/$agentProcess/status"; }
+
+# Sets `row`. A look for drift, which opens files, may come in between by its timer.
+isMeasuredAtRest() {
+    local before
+    isAtRest "$agentProcess" || return
+    before=$(switches)
+    row="$(field VmRSS) $(descriptors) $(processorTicks)"
+    [ "$(switches)" = "$before" ]
+}
+
 sample() {
-    await "the agent comes to rest" isAtRest "$agentProcess"
-    echo "$(($(uptimeCentiseconds) / 100)) $life $1 $(field VmRSS) $(descriptors) $(processorTicks) $steps" \
-        >>/results/samples.csv
+    await "the agent rests while it is measured" isMeasuredAtRest
+    echo "$(($(uptimeCentiseconds) / 100)) $life $1 $row $steps" >>/results/samples.csv
 }
 
 # PHASE CENTISECONDS: steps until the time is up, with a sample every two seconds.
@@ -49,19 +62,32 @@ churn() {
     now=$(uptimeCentiseconds)
     end=$((now + $2))
     while [ "$now" -lt "$end" ]; do
-        if [ "$now" -ge "$nextSample" ]; then
+        if [ "$now" -ge "$nextSample" ] && [ -z "$striker" ]; then
             sample "$1"
+            [ "$1" = A ] || keysAreExplained || return
             nextSample=$((now + 200))
         fi
+        ! isAtRest "$agentProcess" || rebuildIsSettled
         "step$1"
         steps=$((steps + 1))
-        if ! isRunning "$agentProcess"; then
+        if strikeIsOver; then
+            restartAfterStrike
+        elif [ -z "$striker" ] && ! isRunning "$agentProcess"; then
             check "the agent still runs after step $steps: $(tail -n 1 "$agentLog")" false
             return
         fi
         now=$(uptimeCentiseconds)
     done
+    [ -z "$striker" ] || restartAfterStrike
     sample "$1"
+}
+
+# At rest, in the middle of everything. What start-ups left in phase A is none of it.
+keysAreExplained() {
+    comparisons=$((comparisons + 1))
+    nothingIsLeftBehind && return
+    check "no key is left behind after step $steps, but there are:$left" false
+    return 1
 }
 
 column() { awk -v phase="$1" -v from="$2" '$3 == phase { print $'"$3"' }' /results/samples.csv | tail -n "+$2"; }
@@ -72,18 +98,22 @@ killedAndRestarted() {
     begin
     churn A $((minutes * 3000))
     check "the agent was killed and restarted: $life lives" [ $life -gt 1 ]
+    check "start-ups were struck" grep -q '^in start-up' "$work/kills"
+    check "steps went on while it was struck" grep -q '^in the background' "$work/kills"
+    check "no start complains" not grep -q '^vestrel-agent:' "$agentLog"
     # The loop makes its timer when it is first asked for one, to report what was suppressed.
     check "descriptors are as many in every life, or one more: $(column A 1 5 | sort -u | tr '\n' ' ')" \
         [ $(($(column A 1 5 | sort -n | tail -n 1) - $(column A 1 5 | sort -n | head -n 1))) -le 1 ]
     say "phase A: $steps steps, $life lives of the agent, $(column A 1 5 | sort -u | tr '\n' ' ')descriptors"
+    sort "$work/kills" | uniq -c | while read -r number where; do
+        say "    struck $number times $where"
+    done
 }
 
 inOneLife() {
     local first last stepsBefore=$steps samples
-    stopAgent
-    startAgent
-    life=$((life + 1))
-    sent=0
+    freshStart
+    sent=0 comparisons=0 leftAlone=0 leftInBurst=0
     begin
     churn B $((minutes * 3000))
     samples=$(column B 1 4 | wc -l)
@@ -93,12 +123,35 @@ inOneLife() {
     check "memory is flat: $first kB, then $last kB" [ $((last - first)) -le $mostGrowth ]
     check "descriptors are flat: $(column B $((samples / 5 + 1)) 5 | sort -u | tr '\n' ' ')" \
         [ "$(column B $((samples / 5 + 1)) 5 | sort -u | wc -l)" -eq 1 ]
-    find "/proc/$agentProcess/fd" -mindepth 1 -exec readlink {} \; | sort >/results/descriptors.txt
+    descriptorNames | sort >/results/descriptors.txt
     say "phase B: $((steps - stepsBefore)) steps in one life, $samples samples;" \
         "most memory in its second fifth $first kB, in its last fifth $last kB;" \
         "$(column B $((samples / 5 + 1)) 5 | sort -u | tr '\n' ' ')descriptors"
+    afterChurn
+}
+
+# So that there is something to compare, whatever chance has left.
+everyDirectoryHasASoundFile() {
+    for ring in $rings; do
+        place=/etc/keys/${ring#.}
+        content=alpha
+        newName
+        put "$file"
+    done
+}
+
+# What is in the keyrings now is compared with a fresh start's later: that start would end this life.
+afterChurn() {
+    everyDirectoryHasASoundFile
+    await "the agent comes to rest" isAtRest "$agentProcess"
     kill -HUP "$agentProcess"
-    await "every sound file's key is in its keyring after SIGHUP" soundFilesAreLoaded
+    awaitSoundFiles SIGHUP
+    check "every other key has its reason to be there" nothingIsLeftBehind
+    settled=$(keyringsNow)
+    say "compared: $comparisons times in phase B, every key linked had its file or its reason;" \
+        "in the end $(echo "$settled" | grep -c .) keys, of them without a file $byHand added by hand," \
+        "$inBurst of files that left while the agent was at work${left:+, and unexplained$left};" \
+        "$leftAlone times a file left while the agent rested, $leftInBurst times while it was at work"
 }
 
 # The agent tells what it has suppressed when it ends.
@@ -113,18 +166,37 @@ everyMatchingLineIsToldOrCounted() {
     life=$((life + 1))
 }
 
-keyringIsWhatAFreshStartMakes() {
+# LINES MORE: the lines of the second that the first lacks.
+lacks() {
+    echo "$1" >"$work/now"
+    echo "$2" | grep -vxFf "$work/now"
+}
+
+# Which keys may be there beyond a fresh start's was asked when they were read.
+afterChurnAsAfterAFreshStart() {
+    local fresh
+    freshStart
+    fresh=$(keyringsNow)
+    check "a fresh start makes nothing that was not there: $(lacks "$settled" "$fresh")" \
+        [ -z "$(lacks "$settled" "$fresh")" ]
+    check "what was there beyond it is $byHand keys by hand and $inBurst of bursts: $(lacks "$fresh" "$settled")" \
+        [ "$(lacks "$fresh" "$settled" | grep -c .)" -eq $((byHand + inBurst)) ]
+    check "both keyrings hold keys of files" [ "$(echo "$fresh" | cut -d ' ' -f 1 | uniq | grep -c .)" -eq 2 ]
+    say "fresh start after phase B: $(echo "$fresh" | grep -c '^\.ima') keys in .ima and" \
+        "$(echo "$fresh" | grep -c '^\.sec') in .secondary_trusted_keys, all of them there after the churn"
+}
+
+afterGentleStepsAsAfterAFreshStart() {
     local before
     freshStart
-    await "the agent comes to rest" isAtRest "$agentProcess"
     stepsBefore=$steps
     churn C 2000
     await "the agent comes to rest" isAtRest "$agentProcess"
-    before=$(keyringNow)
+    before=$(keyringsNow)
     freshStart
-    check "the keyring is what a fresh start makes of the files" [ "$before" = "$(keyringNow)" ]
-    say "phase C: $((steps - stepsBefore)) steps on files alone, then the keyring is that of a fresh" \
-        "start: $(echo "$before" | wc -l) keys"
+    check "the keyrings are what a fresh start makes of the files" [ "$before" = "$(keyringsNow)" ]
+    say "phase C: $((steps - stepsBefore)) steps on files alone, then the keyrings are those of a fresh" \
+        "start: $(echo "$before" | grep -c .) keys"
 }
 
 nothingIsLostBelowTheLimit() {
@@ -150,10 +222,10 @@ quietAgentSleeps() {
     local wakeUps ticks
     sleep 11 # until nothing is left to report
     await "the agent comes to rest" isAtRest "$agentProcess"
-    wakeUps=$(($(field voluntary_ctxt_switches) + $(field nonvoluntary_ctxt_switches)))
+    wakeUps=$(switches)
     ticks=$(processorTicks)
     sleep $quietSeconds
-    wakeUps=$(($(field voluntary_ctxt_switches) + $(field nonvoluntary_ctxt_switches) - wakeUps))
+    wakeUps=$(($(switches) - wakeUps))
     ticks=$(($(processorTicks) - ticks))
     check "no wake-up in $quietSeconds s (there were $wakeUps)" [ $wakeUps -eq 0 ]
     check "no processor time in $quietSeconds s (there were $ticks ticks)" [ $ticks -eq 0 ]
@@ -165,17 +237,22 @@ echo 0 >/proc/sys/kernel/printk_ratelimit
 mkdir -p /t /away
 : >"$agentLog"
 : >/results/samples.csv
+: >"$work/kills"
+leftAlone=0
+leftInBurst=0
+descriptionsRead
 must "an IMA policy" loadPolicy
-startAgent
+startMeasured
 ln -s "$socket" /dev/log
 klogd -n &
 klogProcess=$!
-say "seed $seed, $minutes minutes, kernel $(uname -r)"
+say "seed $seed, $minutes minutes, kernel $(uname -r); a start takes up to $startTook ms"
 
 testCase IsKilledAndRestartedAtAnyMoment killedAndRestarted
 testCase StaysFlatInOneLife inOneLife
 testCase TellsOrCountsEveryMatchingLine everyMatchingLineIsToldOrCounted
-testCase KeyringIsWhatAFreshStartMakes keyringIsWhatAFreshStartMakes
+testCase HoldsAfterChurnWhatAFreshStartMakes afterChurnAsAfterAFreshStart
+testCase HoldsAfterGentleStepsWhatAFreshStartMakes afterGentleStepsAsAfterAFreshStart
 testCase LosesNothingBelowTheLimit nothingIsLostBelowTheLimit
 testCase SleepsWhenAllIsQuiet quietAgentSleeps
 
