@@ -3,6 +3,7 @@
 #include "agent/Agent.h"
 
 #include "agent/Directories.h"
+#include "agent/Handover.h"
 #include "agent/Sinks.h"
 #include "logmsg/AgentMessages.h"
 #include "logmsg/LogCall.h"
@@ -79,6 +80,7 @@ int Agent::run() {
 void Agent::keyringSmCreate() {
     certificateDirectoriesIs();
     keyringSm_ = integrityKeyringSmFactory(keyrings_);
+    temporaryFilesForget(*keyrings_);
 }
 
 // The agent's work does not depend on being watched.
@@ -111,8 +113,10 @@ void Agent::rebuild(const Differences& differences) {
         log(driftMessage, summary(differences));
     }
     drift_->lostEventsMakeUp();
+    const Handover handover(*keyringSm_);
     keyringSm_ = nullptr; // before the new one fills the collection that they share
     keyringSmCreate();
+    handover.takenUpBy(*keyringSm_);
     drift_->rebuilt();
 }
 

@@ -2,12 +2,11 @@
 // The comparison of kernel, directory and record.
 #include "agent/Drift.h"
 
+#include "agent/WatchedInode.h"
 #include "keymodel/TemporarySuffix.h"
 #include "keyring/KeyringCounters.h"
 
 #include <cstring>
-#include <fstream>
-#include <string_view>
 #include <vector>
 
 namespace Vestrel {
@@ -15,19 +14,6 @@ namespace Vestrel {
 namespace {
 
 constexpr std::size_t namedInASummary = 5;
-
-// The kernel's own word on what the inotify descriptor watches; 0 when it is nothing any more.
-unsigned long watchedInode(int inotifyFd) {
-    std::ifstream info("/proc/self/fdinfo/" + std::to_string(inotifyFd));
-    const std::string_view field = " ino:";
-    for (std::string line; std::getline(info, line);) {
-        if (const std::size_t at = line.find(field);
-            line.starts_with("inotify ") && at != std::string::npos) {
-            return std::stoul(line.substr(at + field.size()), nullptr, 16);
-        }
-    }
-    return 0;
-}
 
 class Comparison {
 public:

@@ -216,6 +216,21 @@ TEST_F(Drift, IsFoundOnReloadAndReported) {
                     file("linked") + " is not on record. Everything is rebuilt."});
 }
 
+// A start takes the certificate from the temporary file, whose end nobody sees.
+TEST_F(Drift, DoesNotComeOfATemporaryFileThatAReloadTook) {
+    start();
+    write(file("signer.integrity-tmp"), certificate("signer"));
+    agent().signal(SIGHUP);
+    agent().waitReady(2);
+    EXPECT_TRUE(holdsOnly({"signer"}));
+    fs::rename(file("signer.integrity-tmp"), file("signer"));
+    recorded("signer");
+    fence();
+    fs::remove(file("signer"));
+    EXPECT_TRUE(holdsOnly({})) << said();
+    expectNoDifferences();
+}
+
 TEST_F(Drift, AfterAFatalAssertionIsPutRightByTheNextStart) {
     start();
     write(file("moved"), certificate("moved"));

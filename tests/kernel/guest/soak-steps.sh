@@ -69,7 +69,6 @@ newName() {
 arrive() {
     drawContent
     newName
-    temporaryArrives
     put "$file.integrity-tmp"
     mv "$file.integrity-tmp" "$file"
 }
@@ -263,7 +262,7 @@ stepA() {
 stepB() {
     draw 40
     case $drawn in
-    0) kill -HUP "$agentProcess" && temporariesAreForgotten ;;
+    0) kill -HUP "$agentProcess" ;;
     1) stormStep ;;
     2 | 3) violationStep ;;
     4) usleep 300000 ;;
@@ -291,8 +290,6 @@ mentionedSinceBegin() { sinceBegin | grep -qF -- "$1"; }
 #   added   another hand added it
 #   burst   its file left while the agent was at work, maybe at the load of it, or rebuilt everything
 #   alone   its file left while the agent rested: the key must go, whoever added it
-# A rebuild while a temporary file is there takes that file on record too, and then no later departure of
-# the key's files has it unlinked, until everything is rebuilt again: such departures count as "burst".
 
 contentIs() { # FILE
     local number=${1##*/f}
@@ -318,30 +315,12 @@ rebuildIsSettled() {
     ifRebuilt=''
 }
 
-temporaryArrives() {
-    local record=stale_${ring#.}_${content%-[12]}
-    if isAtRest "$agentProcess"; then
-        rebuildIsSettled
-        ifRebuiltIs "$record=yes"
-    else
-        eval "$record=yes"
-    fi
-}
-
-temporariesAreForgotten() {
-    local ring name
-    for ring in $rings; do
-        for name in $soundNames; do
-            unset "stale_${ring#.}_$name"
-        done
-    done
-}
-
 contentLeaves() {
     local name record
     eval "name=\${holds${file##*/f}}; unset holds${file##*/f}"
     record=${ring#.}_$name
-    if isAtRest "$agentProcess" && rebuildIsSettled && eval "[ -z \"\${stale_$record:-}\" ]"; then
+    if isAtRest "$agentProcess"; then
+        rebuildIsSettled
         eval "last_$record=alone"
         leftAlone=$((leftAlone + 1))
         ifRebuiltIs "last_$record=burst"
