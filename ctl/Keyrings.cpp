@@ -2,6 +2,7 @@
 // From the words of the command line to what a diagnosis is made from.
 #include "ctl/Keyrings.h"
 
+#include "keymodel/KernelKeyText.h"
 #include "keyring/IntegrityKeyringSm.h"
 
 #include <CLI/CLI.hpp>
@@ -37,19 +38,13 @@ std::string dotted(std::string& name) {
     return text;
 }
 
-// "type;uid;gid;permissions;description"
 bool carries(key_serial_t key, const std::string& description) {
     char* text = nullptr;
     if (keyctl_describe_alloc(key, &text) == -1) {
         return false;
     }
     const std::unique_ptr<char, decltype(&std::free)> holder(text, &std::free);
-    const char* field = text;
-    for (int i = 0; i < 4 && field != nullptr; ++i) {
-        field = std::strchr(field, ';');
-        field = field == nullptr ? nullptr : field + 1;
-    }
-    return field != nullptr && description == field;
+    return KernelKeyText(text).description == description;
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 // Asks the kernel through libkeyutils, uname(2) and /proc.
 #include "diagnosis/KernelView.h"
 
+#include "keymodel/KernelKeyText.h"
+
 #include <keyutils.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -21,35 +23,23 @@ namespace {
 constexpr unsigned userMayWrite = 0x040000;
 constexpr const char* blacklistName = ".blacklist";
 
-// "type;uid;gid;permissions;description"; the description may hold anything.
-struct KeyText {
-    std::string type;
-    unsigned long uid = 0;
-    unsigned long permissions = 0;
-    std::string description;
-};
+// Null with errno when the kernel says nothing of it.
+using KernelText = std::unique_ptr<char, decltype(&std::free)>;
 
-std::optional<KeyText> parsed(std::string_view text) {
-    std::vector<std::string> fields;
-    for (int i = 0; i < 4; ++i) {
-        const std::size_t end = text.find(';');
-        if (end == std::string_view::npos) {
-            return std::nullopt;
-        }
-        fields.emplace_back(text.substr(0, end));
-        text.remove_prefix(end + 1);
-    }
-    return KeyText{fields[0], std::strtoul(fields[1].c_str(), nullptr, 10),
-                   std::strtoul(fields[3].c_str(), nullptr, 16), std::string(text)};
+KernelText described(key_serial_t key) {
+    char* text = nullptr;
+    return {keyctl_describe_alloc(key, &text) == -1 ? nullptr : text, &std::free};
 }
 
-std::optional<KeyText> described(key_serial_t key) {
-    char* text = nullptr;
-    if (keyctl_describe_alloc(key, &text) == -1) {
-        return std::nullopt;
-    }
-    const std::unique_ptr<char, decltype(&std::free)> holder(text, &std::free);
-    return parsed(text);
+std::optional<unsigned long> numberOf(std::string_view text, int base) {
+    unsigned long number = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), number, base);
+    return result.ec == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+bool mayWrite(const KernelKeyText& keyring) {
+    return numberOf(keyring.uid, 10) == geteuid() &&
+           (numberOf(keyring.permissions, 16).value_or(0) & userMayWrite) != 0;
 }
 
 // Null with errno when the keyring cannot be read.
@@ -70,11 +60,9 @@ std::optional<std::vector<key_serial_t>> membersOf(key_serial_t keyring) {
 // A key that is gone by now is left out.
 void membersNoted(const std::vector<key_serial_t>& members, KeyringView& view) {
     for (const key_serial_t member : members) {
-        const auto text = described(member);
-        if (text && text->type == "keyring") {
-            view.keyrings.push_back(text->description);
-        } else if (text) {
-            view.keys.push_back(text->description);
+        if (const KernelText text = described(member)) {
+            const KernelKeyText key(text.get());
+            (key.isKeyring() ? view.keyrings : view.keys).emplace_back(key.description);
         }
     }
 }
@@ -88,13 +76,13 @@ KeyringView keyringView(const std::string& name) {
         view.error = errno;
         return view;
     }
-    const auto text = described(serial);
+    const KernelText text = described(serial);
     const auto members = text ? membersOf(serial) : std::nullopt;
     if (!members) {
         view.error = errno;
         return view;
     }
-    view.isWritable = text->uid == geteuid() && (text->permissions & userMayWrite) != 0;
+    view.isWritable = mayWrite(KernelKeyText(text.get()));
     membersNoted(*members, view);
     return view;
 }

@@ -4,12 +4,12 @@
 
 #include "keymodel/CertificateDescription.h"
 #include "keymodel/CertificateFile.h"
+#include "keymodel/KernelKeyText.h"
 
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <string_view>
 #include <vector>
 
 namespace Vestrel {
@@ -21,11 +21,6 @@ constexpr key_serial_t failed = -1;
 // Without a description of ours the kernel proposes one from the certificate.
 key_serial_t addCertificate(const std::vector<std::uint8_t>& der, key_serial_t keyring) {
     return add_key("asymmetric", nullptr, der.data(), der.size(), keyring);
-}
-
-bool isKeyringNamed(std::string_view kernelText, std::string_view name) {
-    return kernelText.starts_with("keyring;") && kernelText.size() > name.size() &&
-           kernelText.ends_with(name) && kernelText[kernelText.size() - name.size() - 1] == ';';
 }
 
 } // namespace
@@ -49,7 +44,8 @@ bool IntegrityKeyLoader::stale(key_serial_t serial, const Orvo::String& name) co
         return true;
     }
     const std::unique_ptr<char, decltype(&std::free)> holder(text, &std::free);
-    return !isKeyringNamed(text, name);
+    const KernelKeyText key(text);
+    return !key.isKeyring() || key.description != name.view();
 }
 
 key_serial_t IntegrityKeyLoader::loadKey(const Orvo::String& file,

@@ -56,6 +56,33 @@ void objectIs(Json& object, Form form) {
     object = std::move(renamed);
 }
 
+// How many bytes at the beginning are a control character that JSON may hold as it is: U+007F, or
+// one of U+0080 to U+009F; 0 for anything else.
+std::size_t controlSize(std::string_view json) {
+    if (json[0] == '\x7f') {
+        return 1;
+    }
+    return json[0] == '\xc2' && json.size() > 1 && Zell::Impl::isWithin(json[1], 0x80, 0x9f) ? 2
+                                                                                             : 0;
+}
+
+// Terminals obey control characters, wherever they stand.
+std::string withControlsEscaped(std::string_view json) {
+    std::string result;
+    result.reserve(json.size());
+    while (!json.empty()) {
+        const std::size_t size = controlSize(json);
+        if (size == 0) {
+            result += json[0];
+        } else {
+            const auto code = static_cast<unsigned char>(json[size - 1]);
+            result += {'\\', 'u', '0', '0', hexDigits[code >> 4U], hexDigits[code & 0xfU]};
+        }
+        json.remove_prefix(std::max<std::size_t>(size, 1));
+    }
+    return result;
+}
+
 } // namespace
 
 std::string asUtf8(std::string_view bytes) {
@@ -89,7 +116,7 @@ std::string fromUtf8(std::string_view text) {
 
 std::string jsonText(Json value) {
     formIs(value, asUtf8);
-    return value.dump();
+    return withControlsEscaped(value.dump());
 }
 
 // Whoever copies or frees a value goes down its levels on the stack, so that there must be few.

@@ -13,7 +13,8 @@ namespace Vestrel {
 using Json = nlohmann::ordered_json;
 
 // The value on one line. In names and texts each byte that is not UTF-8 is written as \xHH, and a
-// backslash that would read like such a byte as \x5c, so that nothing is lost.
+// backslash that would read like such a byte as \x5c, so that nothing is lost. Control characters
+// of every kind are escaped, as JSON does it.
 std::string jsonText(Json value);
 
 // What jsonText() was given, for a value of at most that many levels; anything else is discarded

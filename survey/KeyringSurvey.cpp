@@ -4,6 +4,7 @@
 
 #include "keymodel/IntegrityConstants.h"
 #include "keymodel/IntegrityKeyLoader.h"
+#include "keymodel/KernelKeyText.h"
 #include "keymodel/TemporarySuffix.h"
 
 #include <keyutils.h>
@@ -27,7 +28,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char fieldDelimiter = ';';
-constexpr int fieldsBeforeDescription = 4; // type, uid, gid, permissions
 
 struct Freed {
     void operator()(void* memory) const { std::free(memory); } // NOLINT: the C library's
@@ -40,15 +40,11 @@ std::optional<IntegrityKey> described(S32 serial) {
         return std::nullopt;
     }
     const std::unique_ptr<char, Freed> holder(text);
-    std::string_view rest(text);
-    const std::string_view type = rest.substr(0, rest.find(fieldDelimiter));
-    if (type == "keyring") {
+    const KernelKeyText key(text);
+    if (key.isKeyring()) {
         return std::nullopt;
     }
-    for (int i = 0; i < fieldsBeforeDescription; ++i) {
-        rest.remove_prefix(std::min(rest.find(fieldDelimiter), rest.size() - 1) + 1);
-    }
-    return IntegrityKey{serial, recordedDescription(rest), type};
+    return IntegrityKey{serial, recordedDescription(key.description), key.type};
 }
 
 void keysRead(KeyringSurvey& survey) {

@@ -173,6 +173,17 @@ TEST_F(KeyLoader, LooksAgainWhenTheSerialNowNamesAKeyringWhoseNameOnlyEndsAlike)
     EXPECT_TRUE(keys.keysOf("not.ima").empty());
 }
 
+TEST_F(KeyLoader, LooksAgainWhenTheSerialNowNamesAKeyringWhoseNameHasItBehindASemicolon) {
+    const std::string file = der();
+    load(file);
+    const key_serial_t former = keys.serialOf(".ima");
+    keys.removeKeyring(".ima");
+    keys.reuseSerial(former);
+    ASSERT_EQ(keys.keyring("not;.ima", readOnlyKeyring), former);
+    keys.keyring(".ima");
+    EXPECT_GT(load(file), 0);
+}
+
 TEST_F(KeyLoader, LooksAgainWhenTheSerialNowNamesAKeyringWithAShorterTextThanTheName) {
     const std::string file = der();
     keys.keyring(".secondary_trusted_keys");

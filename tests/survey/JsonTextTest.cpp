@@ -62,6 +62,15 @@ TEST(JsonText, HasNamesAndTextsOfEveryLevelInThatForm) {
     EXPECT_EQ(read(text), value);
 }
 
+// A terminal obeys U+007F and U+0080 to U+009F as well, which JSON need not escape.
+TEST(JsonText, EscapesEveryControlCharacter) {
+    const std::string controls = "\n\x1b\x7f|\xc2\x80\xc2\x9b\xc2\x9f|";
+    const std::string others = "~\xc2\xa0\xc3\x80\xe2\x82\xac";
+    EXPECT_EQ(jsonText(controls + others),
+              "\"\\n\\u001b\\u007f|\\u0080\\u009b\\u009f|" + others + "\"");
+    EXPECT_EQ(read(jsonText(controls + others)), controls + others);
+}
+
 TEST(JsonText, DiscardsWhatIsNoValueOrTooDeep) {
     bool isTooDeep = true;
     EXPECT_TRUE(jsonValue("{", 2, isTooDeep).is_discarded());
