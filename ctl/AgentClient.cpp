@@ -2,6 +2,7 @@
 // One line to the agent's socket, one line back.
 #include "ctl/AgentClient.h"
 
+#include "ctl/AgentAnswer.h"
 #include "survey/AgentSocket.h"
 
 #include <sys/socket.h>
@@ -16,12 +17,7 @@ namespace Vestrel {
 
 namespace {
 
-constexpr int mostLevels = 16; // of an answer, far beyond what an agent sends
-constexpr std::size_t maxAnswer = std::size_t{16} * 1024 * 1024; // the same
-
-[[noreturn]] void fail(const std::string& what) {
-    throw std::runtime_error("the agent does not answer: " + what);
-}
+constexpr std::size_t maxAnswer = std::size_t{16} * 1024 * 1024; // far beyond what an agent sends
 
 [[noreturn]] void unconnected(int error, const std::string& cause) {
     if (error == EACCES || error == EPERM) {
@@ -56,23 +52,14 @@ Json AgentClient::ask(std::string_view method, const Json& parameters) {
     request["method"] = method;
     request["parameters"] = parameters;
     send(jsonText(std::move(request)) + "\n");
-    bool isTooDeep = false;
-    Json answer = jsonValue(line(), mostLevels, isTooDeep);
-    if (!answer.is_object() || !answer.contains("parameters")) {
-        fail("not as agreed");
-    }
-    if (answer.contains("error")) {
-        throw std::runtime_error("the agent refuses " + std::string(method) + ": " +
-                                 jsonText(answer["error"]) + " " + jsonText(answer["parameters"]));
-    }
-    return answer["parameters"];
+    return parametersOf(method, line());
 }
 
 void AgentClient::send(std::string_view bytes) const {
     while (!bytes.empty()) {
         const ssize_t size = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (size == -1) {
-            fail(cause());
+            unanswered(cause());
         }
         bytes.remove_prefix(static_cast<std::size_t>(size));
     }
@@ -83,14 +70,14 @@ std::string AgentClient::line() {
     while (received_.find('\n') == std::string::npos) {
         const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), 0);
         if (size == -1) {
-            fail(cause());
+            unanswered(cause());
         }
         if (size == 0) {
-            fail("it has ended the connection");
+            unanswered("it has ended the connection");
         }
         received_.append(buffer.data(), static_cast<std::size_t>(size));
         if (received_.size() > maxAnswer) {
-            fail("it does not stop answering");
+            unanswered("it does not stop answering");
         }
     }
     std::string line = received_.substr(0, received_.find('\n'));

@@ -2,22 +2,13 @@
 // What the agent has on record of the files that were refused.
 #pragma once
 
-#include "ctl/Output.h"
+#include "ctl/AgentAnswer.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
 namespace Vestrel {
-
-// The member of an object; null where there is none.
-Json member(const Json& object, const std::string& name);
-
-// What the agent counted of the keyring, in its answer to "Status"; null without one.
-Json countersOf(const Json& status, const std::string& keyring);
-
-// Why the file was refused last, among the counters of its keyring; empty: no refusal is on record.
-std::string refusalOf(const Json& counters, const std::string& path);
 
 // Follows one file in the agent's record. Refusals from before, such as of an earlier file of that
 // name, stay there; only those since this was made count.
@@ -40,7 +31,9 @@ public:
     const std::string& refusal() const { return refusal_; }
 
 private:
-    Json counters(); // null when there is no answer
+    // The refusal on record, the 0th when there is none; nothing: no answer.
+    std::optional<Refusal> ask();
+
     std::string keyring_;
     std::string path_;
     std::string noAgent_;

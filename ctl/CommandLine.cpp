@@ -2,10 +2,6 @@
 // From the words of the command line to a verb, and from its outcome to the exit status.
 #include "ctl/CommandLine.h"
 
-#include "ctl/ExitStatus.h"
-#include "ctl/Output.h"
-#include "ctl/Verbs.h"
-
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -46,13 +42,14 @@ ExitStatus handedOn(ExitStatus status, Output& output) {
 
 } // namespace
 
-int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
-    bool isJson = false;
-    Action action;
+std::optional<Command> commandOf(int argc, const char* const* argv, std::ostream& out,
+                                 std::ostream& err, ExitStatus& status) {
+    Command command;
+    Action& action = command.action;
     CLI::App app("Looks after the kernel's integrity keyrings and their certificate directories.",
                  "vestrelctl");
     app.set_version_flag("--version", std::string("vestrelctl ") + VESTREL_VERSION);
-    app.add_flag("--json", isJson, "Write the result as one line of JSON");
+    app.add_flag("--json", command.isJson, "Write the result as one line of JSON");
     app.require_subcommand(1);
     app.fallthrough(); // so that --json may stand behind the verb as well
     addCheck(app, action);
@@ -65,14 +62,21 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     addResync(app, action);
     addStatus(app, action);
     addTrace(app, action);
-    Output output(out, err);
-    ExitStatus status = ExitStatus::done;
     try {
         app.parse(argc, argv);
-        output.jsonIs(isJson);
-        status = perform(action, output);
     } catch (const CLI::ParseError& end) {
         status = explained(app, end, out, err) == 0 ? ExitStatus::done : ExitStatus::wrongUsage;
+        return std::nullopt;
+    }
+    return command;
+}
+
+int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+    Output output(out, err);
+    ExitStatus status = ExitStatus::done;
+    if (const auto command = commandOf(argc, argv, out, err, status)) {
+        output.jsonIs(command->isJson);
+        status = perform(command->action, output);
     }
     return static_cast<int>(handedOn(status, output));
 }

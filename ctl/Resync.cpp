@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrelctl resync: has the agent rebuild everything from kernel and directories.
+#include "ctl/AgentAnswer.h"
 #include "ctl/AgentClient.h"
 #include "ctl/Verbs.h"
 
@@ -12,11 +13,11 @@ namespace {
 ExitStatus resync(Output& output) {
     const Json answer = AgentClient().ask("Resync");
     Json rows = Json::array();
-    for (const Json& difference : answer["differences"]) {
+    for (const std::string& difference : textsIn(answer, "differences")) {
         rows.push_back({{"difference", difference}});
     }
     output.lines("resync", rows, [](const Json& row) {
-        return "had drifted apart: " + row["difference"].get<std::string>();
+        return "had drifted apart: " + row.at("difference").get<std::string>();
     });
     return ExitStatus::done;
 }

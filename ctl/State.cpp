@@ -2,8 +2,8 @@
 // Brings together what kernel, directories and agent say.
 #include "ctl/State.h"
 
+#include "ctl/AgentAnswer.h"
 #include "ctl/AgentClient.h"
-#include "ctl/AgentRecord.h"
 #include "keymodel/TemporarySuffix.h"
 #include "keyring/IntegrityKeyringSm.h"
 
@@ -45,9 +45,9 @@ State::State() {
     try {
         AgentClient agent;
         status_ = agent.ask("Status");
-        keyrings_ = Json::object();
         for (const char* const name : IntegrityKeyringSm::keyringNames) {
-            keyrings_[name] = agent.ask("Keyrings", {{"keyring", name}})["keyring"][name];
+            const Json answer = agent.ask("Keyrings", {{"keyring", name}});
+            keyrings_[name] = objectIn(objectIn(answer, "keyring"), name);
         }
     } catch (const NoAgent& reason) {
         noAgent_ = reason.what();
@@ -57,16 +57,25 @@ State::State() {
     }
 }
 
-Json State::counters(const std::string& keyring) const {
-    return countersOf(status_, keyring);
+const Json* State::counters(const std::string& keyring) const {
+    return hasAgent() ? &countersOf(status_, keyring) : nullptr;
 }
 
-Json State::watcher(const std::string& keyring) const {
-    return member(member(member(status_, "keyringStateMachine"), "watcherInfos"), keyring);
+Watches State::watches(const std::string& keyring) const {
+    if (!hasAgent()) {
+        return {};
+    }
+    const Json& all = objectIn(objectIn(status_, "keyringStateMachine"), "watcherInfos");
+    if (!all.contains(keyring)) { // the kernel does not have it
+        return {};
+    }
+    const Json& watcher = objectIn(all, keyring);
+    return {numberIn(watcher, "readFd") != 0, numberIn(watcher, "inotifyFd") != 0};
 }
 
-Json State::record(const std::string& keyring, const char* collection) const {
-    return member(member(keyrings_, keyring), collection);
+const Json& State::record(const std::string& keyring, const char* collection) const {
+    static const Json nothing = Json::object();
+    return hasAgent() ? objectIn(keyrings_.at(keyring), collection) : nothing;
 }
 
 std::vector<KeyRow> State::keys(const std::string& keyring) const {
@@ -80,7 +89,7 @@ std::vector<KeyRow> State::keys(const std::string& keyring) const {
 }
 
 void State::keysAdd(const KeyringSurvey& survey, std::vector<KeyRow>& rows) const {
-    const Json recorded = record(survey.keyringName, "key");
+    const Json& recorded = record(survey.keyringName, "key");
     const auto first = static_cast<std::ptrdiff_t>(rows.size());
     for (const IntegrityKey& key : survey.keys) {
         const std::string description(key.description.view());
@@ -89,10 +98,14 @@ void State::keysAdd(const KeyringSurvey& survey, std::vector<KeyRow>& rows) cons
         rows.push_back({survey.keyringName, key.serial, description, std::string(key.type.view()),
                         carriers(survey, description), hasAgent() ? state : ""});
     }
-    for (const auto& [serial, key] : recorded.items()) {
-        if (!survey.members.contains(key["serial"].get<S32>())) {
-            rows.push_back({survey.keyringName, key["serial"], key["description"], key["type"],
-                            carriers(survey, key["description"]), survey.isHidden ? "" : gone});
+    for (const auto& [name, value] : recorded.items()) {
+        const Json& key = asObject(value, name);
+        const auto serial = numberIn<S32>(key, "serial");
+        const std::string description = textIn(key, "description");
+        const std::string type = textIn(key, "type");
+        if (!survey.members.contains(serial)) {
+            rows.push_back({survey.keyringName, serial, description, type,
+                            carriers(survey, description), survey.isHidden ? "" : gone});
         }
     }
     std::sort(rows.begin() + first, rows.end(), [](const KeyRow& a, const KeyRow& b) {
@@ -115,8 +128,9 @@ void State::filesAdd(const KeyringSurvey& survey, std::vector<FileRow>& rows) co
     for (const auto& [path, description] : survey.files) {
         paths.insert(path);
     }
-    const Json recorded = record(survey.keyringName, "fileToDescription");
+    const Json& recorded = record(survey.keyringName, "fileToDescription");
     for (const auto& [path, description] : recorded.items()) {
+        asText(description, path);
         if (!std::string_view(path).ends_with(temporarySuffix)) {
             paths.insert(path);
         }
@@ -128,25 +142,26 @@ void State::filesAdd(const KeyringSurvey& survey, std::vector<FileRow>& rows) co
 
 FileRow State::fileRow(const KeyringSurvey& survey, const std::string& path) const {
     const auto found = survey.files.find(path);
-    const Json recorded = member(record(survey.keyringName, "fileToDescription"), path);
+    const Json& recorded = record(survey.keyringName, "fileToDescription");
+    const bool isOnRecord = recorded.contains(path);
     FileRow row{survey.keyringName, path, "", 0, "", ""};
     if (found != survey.files.end()) {
         row.description = found->second;
-    } else if (recorded.is_string()) {
-        row.description = recorded;
+    } else {
+        row.description = textIn(recorded, path);
     }
     row.key = keyOf(survey, row.description);
-    row.reason = refusalOf(counters(survey.keyringName), path);
     if (!hasAgent()) {
         return row;
     }
+    row.reason = refusalOf(*counters(survey.keyringName), path).value_or(Refusal()).reason;
     if (found == survey.files.end()) {
         row.state = gone;
     } else if (row.description.empty()) {
         row.state = "no certificate"; // whether the agent has seen it or not
     } else if (!row.reason.empty()) {
         row.state = "refused";
-    } else if (recorded.is_string()) {
+    } else if (isOnRecord) {
         row.state = inStep;
     } else {
         row.state = notOnRecord;

@@ -29,6 +29,11 @@ struct FileRow {
     std::string state;       // as of a key, "refused" and "no certificate"; empty without an agent
 };
 
+struct Watches {
+    bool hasQueue = false;     // for changes of the keyring
+    bool hasDirectory = false; // for those of its directory
+};
+
 // What was asked of the agent, and why it could not be.
 class State {
 public:
@@ -46,13 +51,14 @@ public:
 
     const std::vector<KeyringSurvey>& surveys() const { return surveys_; }
 
-    // The agent's answer to "Status"; null without one.
+    // The agent's answer to "Status"; null without one. What follows reads the agent's answers, and
+    // throws std::runtime_error where they are not as agreed.
     const Json& status() const { return status_; }
 
-    // What it counted of the keyring; null without one.
-    Json counters(const std::string& keyring) const;
-    // Its record of the watches; null without one, or where it has none.
-    Json watcher(const std::string& keyring) const;
+    // What it counted of the keyring; nullptr without one.
+    const Json* counters(const std::string& keyring) const;
+    // Which watches it has on record; none without one.
+    Watches watches(const std::string& keyring) const;
 
     // Of the one keyring, or of all when the name is empty; in the order of their descriptions.
     std::vector<KeyRow> keys(const std::string& keyring = {}) const;
@@ -62,13 +68,13 @@ private:
     void keysAdd(const KeyringSurvey& survey, std::vector<KeyRow>& rows) const;
     void filesAdd(const KeyringSurvey& survey, std::vector<FileRow>& rows) const;
     FileRow fileRow(const KeyringSurvey& survey, const std::string& path) const;
-    Json record(const std::string& keyring, const char* collection) const;
+    const Json& record(const std::string& keyring, const char* collection) const;
 
     std::vector<KeyringSurvey> surveys_;
     std::string noAgent_;
     bool isAgentOutOfReach_ = false;
     Json status_;
-    Json keyrings_; // what the agent has on record
+    Json keyrings_ = Json::object(); // what the agent has on record of each
 };
 
 // Says on standard error what cannot be known when there is no agent, or this user may not ask it.

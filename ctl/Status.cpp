@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrelctl status: the state of everything at a glance, and whether it is healthy.
+#include "ctl/AgentAnswer.h"
 #include "ctl/State.h"
 #include "ctl/Verbs.h"
 
@@ -62,30 +63,33 @@ private:
 
 void StatusView::agentRead() {
     const Json& status = state_.status();
-    const Json& counted = status["counters"];
-    agent_.push_back({{"pid", status["agent"]["pid"]},
-                      {"version", status["agent"]["version"]},
-                      {"startTime", status["agent"]["startTime"]},
-                      {"datagrams", counted["kernelMessages"]["datagrams"]},
-                      {"matches", counted["kernelMessages"]["matches"]},
-                      {"messages", counted["log"]["messages"]},
-                      {"suppressed", counted["log"]["suppressed"]},
-                      {"recoveries", status["drift"]["recoveries"]},
-                      {"lastRecoveryTime", status["drift"]["lastRecoveryTime"]}});
-    if (status["syslogStateMachine"]["socketFd"] == 0) {
+    const Json& agent = objectIn(status, "agent");
+    const Json& kernelMessages = objectIn(objectIn(status, "counters"), "kernelMessages");
+    const Json& log = objectIn(objectIn(status, "counters"), "log");
+    const Json& drift = objectIn(status, "drift");
+    agent_.push_back({{"pid", numberIn(agent, "pid")},
+                      {"version", textIn(agent, "version")},
+                      {"startTime", textIn(agent, "startTime")},
+                      {"datagrams", numberIn(kernelMessages, "datagrams")},
+                      {"matches", numberIn(kernelMessages, "matches")},
+                      {"messages", numberIn(log, "messages")},
+                      {"suppressed", numberIn(log, "suppressed")},
+                      {"recoveries", numberIn(drift, "recoveries")},
+                      {"lastRecoveryTime", textIn(drift, "lastRecoveryTime")}});
+    if (numberIn(objectIn(status, "syslogStateMachine"), "socketFd") == 0) {
         problem("the agent has no socket for kernel lines");
     }
-    for (const auto& [number, difference] : status["drift"]["differences"].items()) {
-        problem("drifted apart: " + difference.get<std::string>());
+    for (const std::string& difference : textsIn(drift, "differences")) {
+        problem("drifted apart: " + difference);
     }
 }
 
 void StatusView::keyringAdd(const KeyringSurvey& survey) {
     const std::string& name = survey.keyringName;
-    Json counted = state_.counters(name);
-    if (counted.is_null()) {
-        counted = Json::object();
-    }
+    const Json* const counted = state_.counters(name);
+    const auto last = [counted](const char* what) {
+        return counted == nullptr ? Json("") : textIn(*counted, what);
+    };
     keyringJudge(survey);
     Json row{{"keyring", name},
              {"serial", survey.serial == 0 ? Json() : Json(survey.serial)},
@@ -95,13 +99,13 @@ void StatusView::keyringAdd(const KeyringSurvey& survey) {
              {"files", survey.files.size()},
              {"keysWithoutFile", survey.isHidden ? Json() : Json(keysWithoutFile(name))},
              {"filesWithoutKey", survey.isHidden ? Json() : Json(filesWithoutKey(name))},
-             {"lastFailureTime", counted.value("lastFailureTime", "")},
-             {"lastFailure", counted.value("lastFailure", "")}};
+             {"lastFailureTime", last("lastFailureTime")},
+             {"lastFailure", last("lastFailure")}};
     keyrings_.push_back(std::move(row));
-    if (state_.hasAgent()) {
+    if (counted != nullptr) {
         Json numbers{{"keyring", name}};
         for (const char* const counter : counterNames) {
-            numbers[counter] = counted[counter];
+            numbers[counter] = numberIn(*counted, counter);
         }
         counters_.push_back(std::move(numbers));
     }
@@ -118,11 +122,11 @@ void StatusView::keyringJudge(const KeyringSurvey& survey) {
     if (!state_.hasAgent() || survey.serial == 0) {
         return;
     }
-    const Json watcher = state_.watcher(survey.keyringName);
-    if (!watcher.is_object() || watcher["readFd"] == 0) {
+    const Watches watches = state_.watches(survey.keyringName);
+    if (!watches.hasQueue) {
         problem(survey.keyringName + " is not watched");
     }
-    if (!watcher.is_object() || watcher["inotifyFd"] == 0) {
+    if (!watches.hasDirectory) {
         problem(survey.directory + " is not watched");
     }
 }
@@ -131,13 +135,11 @@ std::string StatusView::watched(const std::string& keyring) {
     if (!state_.hasAgent()) {
         return "unknown";
     }
-    const Json watcher = state_.watcher(keyring);
-    const bool hasQueue = watcher.is_object() && watcher["readFd"] != 0;
-    const bool hasDirectory = watcher.is_object() && watcher["inotifyFd"] != 0;
-    if (hasQueue != hasDirectory) {
-        return hasQueue ? "keyring only" : "directory only";
+    const Watches watches = state_.watches(keyring);
+    if (watches.hasQueue != watches.hasDirectory) {
+        return watches.hasQueue ? "keyring only" : "directory only";
     }
-    return hasQueue ? "both" : "no";
+    return watches.hasQueue ? "both" : "no";
 }
 
 std::size_t StatusView::keysWithoutFile(const std::string& keyring) const {

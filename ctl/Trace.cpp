@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // vestrelctl trace: the last trace events of the running agent.
+#include "ctl/AgentAnswer.h"
 #include "ctl/AgentClient.h"
 #include "ctl/Verbs.h"
 
@@ -18,23 +19,31 @@ namespace Vestrel {
 namespace {
 
 constexpr int followIntervalMilliseconds = 500;
+constexpr int mostPieces = 16; // of what the agent had at one time, and more
 
 std::string lineOf(const Json& event) {
-    return event["time"].get<std::string>() + " " + event["handle"].get<std::string>() + " " +
-           event["level"].dump() + " " + event["text"].get<std::string>();
+    const auto text = [&](const char* name) { return textIn(event, name).get<std::string>(); };
+    return text("time") + " " + text("handle") + " " + numberIn(event, "level").dump() + " " +
+           text("text");
 }
 
 // One answer's events; the sequence number moves on behind them.
 Json next(AgentClient& agent, std::uint64_t& after, bool& more) {
     const Json piece = agent.ask("Trace", {{"after", after}});
-    after = std::max(after, piece["last"].get<std::uint64_t>());
-    more = piece["more"].get<bool>();
-    return piece["events"];
+    const auto last = numberIn<std::uint64_t>(piece, "last");
+    more = flagIn(piece, "more");
+    if (more && last <= after) {
+        notAsAgreed("there are more events, but none behind number " + std::to_string(after));
+    }
+    after = std::max(after, last);
+    return listIn(piece, "events");
 }
 
+// What an agent traces faster than it is asked for is left to the next look.
 Json everything(AgentClient& agent, std::uint64_t& after) {
     Json all = Json::array();
-    for (bool more = true; more;) {
+    bool more = true;
+    for (int pieces = 0; more && pieces < mostPieces; ++pieces) {
         for (Json& event : next(agent, after, more)) {
             all.push_back(std::move(event));
         }

@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
+#include <cstdlib>
 #include <thread>
 
 namespace Vestrel {
@@ -13,6 +15,12 @@ namespace {
 constexpr std::chrono::milliseconds pause{20};
 constexpr double longest = 3600;
 
+// A range takes "nan", which is neither below nor above it, and would never be over.
+std::string complaintOf(const std::string& seconds) {
+    return std::isnan(std::strtod(seconds.c_str(), nullptr)) ? "Value " + seconds + " is no number"
+                                                             : "";
+}
+
 } // namespace
 
 void addWait(CLI::App& verb, double& seconds) {
@@ -20,6 +28,7 @@ void addWait(CLI::App& verb, double& seconds) {
     verb.add_option("--wait", seconds, "Seconds to wait for the kernel's keyring to follow")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, longest))
+        ->check(complaintOf)
         ->capture_default_str();
 }
 

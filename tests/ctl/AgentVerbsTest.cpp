@@ -282,6 +282,200 @@ TEST_F(AgentVerbs, DoNotBelieveWhateverAnswers) {
     }
 }
 
+// To every method at once, of an agent that has on record what is not there.
+nlohmann::json agreedAnswer() {
+    nlohmann::json all = nlohmann::json::parse(R"({
+        "agent": {"pid": 1, "version": "1", "startTime": "t"},
+        "keyringStateMachine": {"watcherInfos": {".ima": {"readFd": 3, "inotifyFd": 4}}},
+        "syslogStateMachine": {"socketFd": 5},
+        "counters": {"kernelMessages": {"datagrams": 0, "matches": 0},
+                     "log": {"messages": 0, "suppressed": 0}},
+        "drift": {"recoveries": 0, "lastRecoveryTime": "", "differences": {"1": "a"}},
+        "differences": ["a"],
+        "events": [{"time": "t", "handle": "h", "level": 1, "text": "f"}],
+        "last": 1, "more": false
+})");
+    for (const char* const name :
+         {".ima", ".secondary_trusted_keys", ".builtin_trusted_keys", ".machine"}) {
+        all["keyring"][name] = nlohmann::json::parse(R"({"key": {}, "fileToDescription": {}})");
+        all["counters"]["keyrings"][name] = nlohmann::json::parse(
+            R"({"loads": 0, "refusals": 0, "unlinks": 0, "notifications": 0,
+                "notificationsLost": 0, "overflows": 0, "upsets": 0,
+                "lastFailureTime": "", "lastFailure": "", "refused": {}})");
+    }
+    all["keyring"][".ima"] = nlohmann::json::parse(
+        R"({"key": {"1": {"serial": 1, "description": "lost", "type": "asymmetric"}},
+            "fileToDescription": {"lost": "lost"}})");
+    all["counters"]["keyrings"][".ima"]["refused"]["lost"] = {{"reason", "why"}, {"number", 1}};
+    return {{"parameters", all}};
+}
+
+// What the verb makes of that answer, to whatever it asks.
+Ran ctlGiven(const std::string& verb, const nlohmann::json& answer) {
+    const Impostor impostor({answer.dump() + "\n"});
+    Ran ran = ctl({verb, "--json"});
+    fs::remove(agentSocket);
+    return ran;
+}
+
+void isNotAsAgreed(const std::string& verb, const nlohmann::json& answer, const std::string& what) {
+    const Ran ran = ctlGiven(verb, answer);
+    EXPECT_EQ(ran.status, 1) << verb;
+    EXPECT_EQ(ran.out, "") << verb;
+    EXPECT_THAT(ran.err, testing::StartsWith("vestrelctl: the agent does not answer: not as agreed "
+                                             "at /run/vestrel/agent.sock: " +
+                                             what))
+        << verb;
+}
+
+// A member that a verb reads.
+struct Needed {
+    const char* verb;
+    const char* pointer; // below "parameters"
+    bool isOptional = false;
+};
+
+const std::vector<Needed> needed{
+    {"resync", "/differences"},
+    {"resync", "/differences/0", true},
+    {"trace", "/events"},
+    {"trace", "/events/0", true},
+    {"trace", "/events/0/time"},
+    {"trace", "/events/0/handle"},
+    {"trace", "/events/0/level"},
+    {"trace", "/events/0/text"},
+    {"trace", "/last"},
+    {"trace", "/more"},
+    {"status", "/agent"},
+    {"status", "/agent/pid"},
+    {"status", "/agent/version"},
+    {"status", "/agent/startTime"},
+    {"status", "/keyringStateMachine"},
+    {"status", "/keyringStateMachine/watcherInfos"},
+    {"status", "/keyringStateMachine/watcherInfos/.ima", true},
+    {"status", "/keyringStateMachine/watcherInfos/.ima/readFd"},
+    {"status", "/keyringStateMachine/watcherInfos/.ima/inotifyFd"},
+    {"status", "/syslogStateMachine"},
+    {"status", "/syslogStateMachine/socketFd"},
+    {"status", "/counters"},
+    {"status", "/counters/kernelMessages"},
+    {"status", "/counters/kernelMessages/datagrams"},
+    {"status", "/counters/kernelMessages/matches"},
+    {"status", "/counters/log"},
+    {"status", "/counters/log/messages"},
+    {"status", "/counters/log/suppressed"},
+    {"status", "/counters/keyrings"},
+    {"status", "/counters/keyrings/.machine"},
+    {"status", "/counters/keyrings/.machine/loads"},
+    {"status", "/counters/keyrings/.machine/refusals"},
+    {"status", "/counters/keyrings/.machine/unlinks"},
+    {"status", "/counters/keyrings/.machine/notifications"},
+    {"status", "/counters/keyrings/.machine/notificationsLost"},
+    {"status", "/counters/keyrings/.machine/overflows"},
+    {"status", "/counters/keyrings/.machine/upsets"},
+    {"status", "/counters/keyrings/.machine/lastFailureTime"},
+    {"status", "/counters/keyrings/.machine/lastFailure"},
+    {"status", "/drift"},
+    {"status", "/drift/recoveries"},
+    {"status", "/drift/lastRecoveryTime"},
+    {"status", "/drift/differences"},
+    {"status", "/drift/differences/1", true},
+    {"keys", "/keyring"},
+    {"keys", "/keyring/.machine"},
+    {"keys", "/keyring/.ima/key"},
+    {"keys", "/keyring/.ima/key/1", true},
+    {"keys", "/keyring/.ima/key/1/serial"},
+    {"keys", "/keyring/.ima/key/1/description"},
+    {"keys", "/keyring/.ima/key/1/type"},
+    {"files", "/keyring"},
+    {"files", "/keyring/.machine"},
+    {"files", "/keyring/.ima/fileToDescription"},
+    {"files", "/keyring/.ima/fileToDescription/lost", true},
+    {"files", "/counters"},
+    {"files", "/counters/keyrings"},
+    {"files", "/counters/keyrings/.ima"},
+    {"files", "/counters/keyrings/.ima/refused"},
+    {"files", "/counters/keyrings/.ima/refused/lost", true},
+    {"files", "/counters/keyrings/.ima/refused/lost/reason"},
+    {"files", "/counters/keyrings/.ima/refused/lost/number"},
+};
+
+TEST_F(AgentVerbs, TakeAnAnswerThatIsAsAgreed) {
+    for (const char* const verb : {"resync", "trace", "status", "keys", "files"}) {
+        const Ran ran = ctlGiven(verb, agreedAnswer());
+        EXPECT_EQ(ran.status, std::string_view(verb) == "status" ? 6 : 0) << verb << ran.err;
+        EXPECT_EQ(ran.err, "") << verb;
+    }
+}
+
+TEST_F(AgentVerbs, NameWhatIsMissingInAnAnswer) {
+    for (const Needed& member : needed) {
+        if (!member.isOptional) {
+            const nlohmann::json::json_pointer pointer(std::string("/parameters") + member.pointer);
+            nlohmann::json answer = agreedAnswer();
+            answer.at(pointer.parent_pointer()).erase(pointer.back());
+            isNotAsAgreed(member.verb, answer, "\"" + pointer.back() + "\" is missing");
+        }
+    }
+}
+
+TEST_F(AgentVerbs, NameWhatIsOfAnotherTypeInAnAnswer) {
+    for (const Needed& member : needed) {
+        const nlohmann::json::json_pointer pointer(std::string("/parameters") + member.pointer);
+        nlohmann::json answer = agreedAnswer();
+        nlohmann::json& value = answer.at(pointer);
+        value = value.is_string() ? nlohmann::json(1) : nlohmann::json("x");
+        const bool isElement = pointer.back() == "0" || pointer.back() == "1";
+        isNotAsAgreed(member.verb, answer, isElement ? "\"" : "\"" + pointer.back() + "\" is not ");
+    }
+}
+
+TEST_F(AgentVerbs, NameANumberThatIsNone) {
+    struct Row {
+        const char* verb;
+        const char* pointer;
+        nlohmann::json number;
+        const char* what;
+    };
+
+    for (const Row& row :
+         {Row{"keys", "/keyring/.ima/key/1/serial", 2147483648U, "\"serial\" is out of range"},
+          Row{"keys", "/keyring/.ima/key/1/serial", 1.5, "\"serial\" is not a whole number"},
+          Row{"trace", "/last", -1, "\"last\" is out of range"}}) {
+        nlohmann::json answer = agreedAnswer();
+        answer["parameters"].at(nlohmann::json::json_pointer(row.pointer)) = row.number;
+        isNotAsAgreed(row.verb, answer, row.what);
+    }
+}
+
+TEST_F(AgentVerbs, DoNotBelieveAnAnswerWithoutMembers) {
+    for (const char* const parameters : {"{}", "[]", "null", "1", "\"x\""}) {
+        for (const char* const verb : {"resync", "trace", "status", "keys", "files"}) {
+            isNotAsAgreed(verb, {{"parameters", nlohmann::json::parse(parameters)}}, "\"");
+        }
+    }
+}
+
+TEST_F(AgentVerbs, TraceDoesNotAskForeverForWhatDoesNotCome) {
+    nlohmann::json answer = agreedAnswer();
+    answer["parameters"]["more"] = true;
+    isNotAsAgreed("trace", answer, "there are more events, but none behind number 1");
+}
+
+TEST_F(AgentVerbs, TraceShowsWhatAnAgentHadThatTracesFasterThanItIsAsked) {
+    std::vector<std::string> answers;
+    for (int i = 1; i <= 100; ++i) {
+        nlohmann::json answer = agreedAnswer();
+        answer["parameters"]["more"] = true;
+        answer["parameters"]["last"] = i;
+        answers.push_back(answer.dump() + "\n");
+    }
+    const Impostor impostor(answers);
+    const Ran ran = ctl({"trace", "--json"});
+    EXPECT_EQ(ran.status, 0) << ran.err;
+    EXPECT_EQ(ran.json()["trace"].size(), 16U);
+}
+
 TEST_F(AgentVerbs, DoNotWaitForeverForAnAnswer) {
     const Zell::OwnedFd silent(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     Impostor::listens(silent.get());
@@ -292,23 +486,11 @@ TEST_F(AgentVerbs, DoNotWaitForeverForAnAnswer) {
 
 // An agent that has on record what is not there; on the real kernel that is over in a moment.
 TEST_F(AgentVerbs, KeysAndFilesShowWhatIsGone) {
-    const nlohmann::json empty{{"key", nlohmann::json::object()},
-                               {"fileToDescription", nlohmann::json::object()}};
-    nlohmann::json answer;
-    for (const char* const name :
-         {".secondary_trusted_keys", ".builtin_trusted_keys", ".machine"}) {
-        answer["parameters"]["keyring"][name] = empty;
-    }
-    answer["parameters"]["keyring"][".ima"] = {
-        {"key", {{"1", {{"serial", 1}, {"description", "lost"}, {"type", "asymmetric"}}}}},
-        {"fileToDescription", {{"/etc/keys/ima/lost", "lost"}}}};
     for (const char* const verb : {"keys", "files"}) {
-        const Impostor impostor({answer.dump() + "\n"});
-        const Ran ran = ctl({verb, ".ima", "--json"});
+        const Ran ran = ctlGiven(verb, agreedAnswer());
         EXPECT_EQ(ran.status, 0) << ran.err;
         EXPECT_EQ(row(ran.json()[verb], ".ima")["description"], "lost");
         EXPECT_EQ(row(ran.json()[verb], ".ima")["state"], "gone");
-        fs::remove(agentSocket);
     }
 }
 
@@ -317,21 +499,13 @@ TEST_F(AgentVerbs, FilesThatAreNoCertificateHaveAStateOfTheirOwn) {
     const std::string path = "/etc/keys/ima/cut";
     fs::create_directories("/etc/keys/ima");
     std::ofstream(path) << "0";
-    const auto empty = nlohmann::json::object();
-    nlohmann::json answer;
-    for (const char* const name :
-         {".ima", ".secondary_trusted_keys", ".builtin_trusted_keys", ".machine"}) {
-        answer["parameters"]["keyring"][name] = {{"key", empty}, {"fileToDescription", empty}};
-    }
+    nlohmann::json answer = agreedAnswer();
+    answer["parameters"]["keyring"][".ima"]["fileToDescription"].clear();
     answer["parameters"]["counters"]["keyrings"][".ima"]["refused"][path] = {
         {"reason", "Bad message"}, {"number", 1}};
-    {
-        const Impostor impostor({answer.dump() + "\n"});
-        const auto file = ctl({"files", "--json"}).json().at("files").at(0);
-        EXPECT_EQ(file["state"], "no certificate");
-        EXPECT_EQ(file["reason"], "Bad message");
-        fs::remove(agentSocket);
-    }
+    const auto refused = ctlGiven("files", answer).json().at("files").at(0);
+    EXPECT_EQ(refused["state"], "no certificate");
+    EXPECT_EQ(refused["reason"], "Bad message");
     const AgentProcess agent({});
     ready(agent);
     const auto file = ctl({"files", "--json"}).json().at("files").at(0);

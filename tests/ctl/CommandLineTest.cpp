@@ -86,6 +86,8 @@ INSTANTIATE_TEST_SUITE_P(
                     WrongLine{{"install", ".ima", "file", "--wait", "-1"}, "--wait: Value -1 "},
                     WrongLine{{"install", ".ima", "file", "--wait", "soon"}, "soon"},
                     WrongLine{{"install", ".ima", "file", "--wait", "3601"}, "--wait: Value 3601 "},
+                    WrongLine{{"install", ".ima", "file", "--wait", "nan"}, "--wait: Value nan "},
+                    WrongLine{{"remove", ".ima", "name", "--wait=-NaN"}, "--wait: Value -NaN "},
                     WrongLine{{"remove", ".ima"}, "NAME is required"},
                     WrongLine{{"remove", ".ima", "../name"}, "NAME: ../name is not the name"},
                     WrongLine{{"plan", "word"}, "not expected: word\n"},

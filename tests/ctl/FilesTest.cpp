@@ -232,6 +232,25 @@ TEST_F(CtlFiles, InstallSaysThatTheAgentIsMute) {
     EXPECT_THAT(ran.out, HasSubstr("no key of it came in time; "));
 }
 
+TEST_F(CtlFiles, InstallSaysThatTheAgentAnswersNotAsAgreed) {
+    const nlohmann::json::json_pointer known("/parameters/counters/keyrings/.ima/refused");
+    for (const nlohmann::json& refused :
+         {nlohmann::json(), nlohmann::json::array(), nlohmann::json{{placed, 1}},
+          nlohmann::json{{placed, nlohmann::json::object()}},
+          nlohmann::json{{placed, {{"reason", 1}, {"number", 1}}}},
+          nlohmann::json{{placed, {{"reason", cause}, {"number", "1"}}}}}) {
+        nlohmann::json answer;
+        answer[known] = refused;
+        const Ran ran = installed({status({}), answer.dump() + "\n"}, "0.05");
+        EXPECT_EQ(ran.status, 5) << refused;
+        EXPECT_THAT(ran.out, HasSubstr("no key of it came in time; the agent does not answer: not "
+                                       "as agreed at /run/vestrel/agent.sock: "))
+            << refused;
+        fs::remove_all(agentSocketDirectory);
+        fs::remove(placed);
+    }
+}
+
 TEST_F(CtlFiles, InstallIsLateWhenNoKeyComes) {
     const Impostor agent({none});
     keys_.addKey(".ima", description_); // which was there before
