@@ -52,7 +52,7 @@ private:
 };
 
 TEST_F(SteadyFault, OfReadingTheDirectoryWatchKeepsTheEventsForTheNextTime) {
-    for (const int error : severalErrors()) {
+    for (const int error : severalReadErrors()) {
         put("new", "new");
         calls.failNext("read", error);
         sm->handleInotify(".ima");
@@ -83,7 +83,7 @@ TEST_F(SteadyFault, OfALaterReadOfTheDirectoryWatchLosesNothingThatWasRead) {
 }
 
 TEST_F(SteadyFault, OfReadingTheQueueKeepsTheNotificationsForTheNextTime) {
-    for (const int error : severalErrors()) {
+    for (const int error : severalReadErrors()) {
         const key_serial_t key = keys.addKey(".ima", "by another process");
         calls.failNext("read", error);
         sm->handleKeyringWatch(".ima");
