@@ -127,6 +127,33 @@ TEST_F(SteadyFault, OfAddingAKeyIsReportedAndTheRewrittenFileIsLoaded) {
     }
 }
 
+// A keyring that was replaced is looked up again; the watch is still that of the former one.
+TEST_F(SteadyFault, OfTheLookUpOfAReplacedKeyringIsReportedAndTheRewrittenFileIsLoaded) {
+    for (const int error : severalErrors()) {
+        keys.removeKeyring(".ima");
+        keys.keyring(".ima");
+        sm->handleKeyringWatch(".ima");
+        clear();
+        const Picture before = picture();
+        put("new", "new");
+        keys.failNext("find_key_by_type_and_desc", error);
+        sm->handleInotify(".ima");
+        EXPECT_EQ(messages, Texts{failure(file("new"), ".ima", error)});
+        EXPECT_EQ(traces(1), TraceLines{});
+        EXPECT_EQ(picture(), before);
+        clear();
+        put("new", "new");
+        sm->handleInotify(".ima");
+        Picture expected = before;
+        expected[".ima"].files[file("new")] = described("new");
+        expected[".ima"].inKernel.insert(described("new"));
+        EXPECT_EQ(picture(), expected);
+        EXPECT_EQ(messages, Texts{});
+        end();
+        settle();
+    }
+}
+
 TEST_F(SteadyFault, OfDescribingTheLoadedKeyLeavesTheFileUnmapped) {
     for (const int error : severalErrors()) {
         put("new", "new");
