@@ -2,6 +2,7 @@
 // Lets the calls of one drain fail in their turn: the file or key that is struck bears it, the two
 // beside it and the other keyrings do not.
 #include "tests/faults/FaultWorld.h"
+#include "tests/faults/FileCalls.h"
 
 #include <cerrno>
 #include <functional>
@@ -93,6 +94,44 @@ protected:
 private:
     Picture picture_;
 };
+
+TEST_P(BurstFault, OfOpeningAFileKeepsThatFileOut) {
+    for (const char* const call : {"open", "fstat"}) {
+        SCOPED_TRACE(call);
+        strikeEach(severalErrors(), [&](std::size_t struck, int error) {
+            putFiles();
+            {
+                const FailingFileCall failure(call, struck, error);
+                handle();
+                EXPECT_TRUE(FailingFileCall::hasStruck());
+            }
+            expectRefused(struck, error);
+            expectPicture([&](KeyringPicture& one, std::size_t turn) {
+                if (turn != struck) {
+                    add(one, turn);
+                }
+            });
+        });
+    }
+}
+
+TEST_P(BurstFault, OfLookingAtAFileSkipsThatFileInSilence) {
+    strikeEach(severalErrors(), [this](std::size_t struck, int error) {
+        putFiles();
+        {
+            const FailingFileCall failure("stat", struck, error);
+            handle();
+            EXPECT_TRUE(FailingFileCall::hasStruck());
+        }
+        EXPECT_EQ(traces(1), TraceLines{});
+        EXPECT_EQ(messages, Texts{});
+        expectPicture([&](KeyringPicture& one, std::size_t turn) {
+            if (turn != struck) {
+                add(one, turn);
+            }
+        });
+    });
+}
 
 TEST_P(BurstFault, OfReadingAFileKeepsThatFileOut) {
     strikeEach(severalErrors(), [this](std::size_t struck, int error) {
