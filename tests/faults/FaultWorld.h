@@ -5,6 +5,7 @@
 
 #include "tests/keyring/CertificateDirectories.h"
 
+#include <cerrno>
 #include <cstring>
 #include <iosfwd>
 #include <map>
@@ -73,6 +74,12 @@ private:
 // What failed calls leave in errno, whatever the manual says of each.
 inline const std::vector<int>& severalErrors() {
     static const std::vector<int> errors{EACCES, EMFILE, ENOMEM, EINVAL, ENOKEY, EIO};
+    return errors;
+}
+
+// The same of a read. The handlers take none of these for a reason to try again.
+inline const std::vector<int>& severalReadErrors() {
+    static const std::vector<int> errors{EINTR, ENOBUFS, EBADF, EIO};
     return errors;
 }
 

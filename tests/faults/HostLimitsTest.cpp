@@ -21,6 +21,21 @@ protected:
         }
         clear();
     }
+
+    void handle() {
+        sm->handleInotify(".ima");
+        sm->handleKeyringWatch(".ima");
+    }
+
+    // The turn of the start's own look-up of the keyring behind the first `count`. Those of the
+    // loader are not made, where the keyring has nothing to load, or its files cannot be read.
+    static std::size_t lookUpsBefore(std::size_t count) {
+        std::size_t loads = 0;
+        for (std::size_t i = 0; i + 1 < count; ++i) {
+            loads += isWritable(keyringNames()[i]) ? 1U : 0U;
+        }
+        return count + loads + 1;
+    }
 };
 
 TEST_F(HostLimits, OfDescriptorsCostTheWatchesThatTheyAreMissingFor) {
@@ -61,6 +76,91 @@ TEST_F(HostLimits, OfDescriptorsCostTheWatchesThatTheyAreMissingFor) {
         }
         endWithNothingLeft();
     }
+}
+
+// An inotify instance and a pipe.
+constexpr rlim_t descriptorsOfAKeyring = 3;
+
+// One descriptor behind those of the keyrings is enough to walk the last one's directory, but not
+// to read what is in it.
+TEST_F(HostLimits, OfDescriptorsAtTheStartKeepTheCertificatesOutInSilence) {
+    startAnew();
+    const Picture clean = picture();
+    endWithNothingLeft();
+    for (std::size_t count = 1; count <= keyringNames().size(); ++count) {
+        SCOPED_TRACE(std::to_string(count) + " keyrings");
+        populate();
+        loop = Zell::ActivityFacility::activityManager(); // has its own descriptors already
+        const std::string& last = keyringNames()[count - 1];
+        TraceLines missing;
+        Picture expected = clean;
+        for (std::size_t i = count; i < keyringNames().size(); ++i) {
+            const std::string& name = keyringNames()[i];
+            keys.failNth("find_key_by_type_and_desc", lookUpsBefore(count) + i - count, ENOKEY);
+            missing.push_back("1 createWatcher: find_key_by_type_and_desc: " +
+                              std::string(std::strerror(ENOKEY)) + ", keyring " + name);
+            expected[name] = {};
+            expected[name].inKernel = {described(fileless(name)), described(present(name))};
+        }
+        expected[last].files.clear();
+        expected[last].inKernel.erase(described(FaultWorld::missing(last)));
+        clear();
+        {
+            const FewDescriptors few(count * descriptorsOfAKeyring + 1);
+            start(true);
+        }
+        EXPECT_EQ(picture(), expected);
+        EXPECT_EQ(traces(1), missing);
+        EXPECT_EQ(messages, Texts{});
+        endWithNothingLeft();
+    }
+}
+
+TEST_F(HostLimits, OfDescriptorsRefuseAFileAndTheRewrittenOneIsLoaded) {
+    startAnew();
+    put("first", "first");
+    handle(); // whatever needs a descriptor once
+    clear();
+    Picture expected = picture();
+    put("new", "new");
+    {
+        const FewDescriptors none(0);
+        handle();
+    }
+    EXPECT_EQ(messages, Texts{failure(file("new"), ".ima", EMFILE)});
+    EXPECT_NE(messages.at(0).find("Too many open files"), std::string::npos);
+    EXPECT_EQ(traces(1), TraceLines{});
+    EXPECT_EQ(picture(), expected);
+    put("new", "new");
+    handle();
+    expected[".ima"].files[file("new")] = described("new");
+    expected[".ima"].known.insert(described("new"));
+    expected[".ima"].inKernel.insert(described("new"));
+    EXPECT_EQ(picture(), expected);
+    EXPECT_EQ(messages.size(), 1U) << "nothing more was refused";
+    endWithNothingLeft();
+}
+
+// A rewritten file that is refused is what it was no longer.
+TEST_F(HostLimits, OfDescriptorsRefuseARewrittenFileAndItsOldKeyGoes) {
+    startAnew();
+    put("first", "first");
+    handle();
+    clear();
+    Picture expected = picture();
+    put("first", "changed");
+    {
+        const FewDescriptors none(0);
+        handle();
+    }
+    EXPECT_EQ(messages, Texts{failure(file("first"), ".ima", EMFILE)});
+    EXPECT_EQ(traces(1),
+              TraceLines{std::string("1 getKey: keyctl_describe_alloc: ") + std::strerror(ENOKEY)});
+    expected[".ima"].files.erase(file("first"));
+    expected[".ima"].known.erase(described("first"));
+    expected[".ima"].inKernel.erase(described("first"));
+    EXPECT_EQ(picture(), expected);
+    endWithNothingLeft();
 }
 
 TEST_F(HostLimits, OfPathsAreTracedAndLeaveTheOtherDirectoriesFollowed) {

@@ -2,6 +2,7 @@
 // Lets each call of the start-up fail at each of its turns: what is traced, what comes of the
 // keyring that it strikes, and that nothing else changes.
 #include "tests/faults/FaultWorld.h"
+#include "tests/faults/FileCalls.h"
 
 #include <cerrno>
 #include <functional>
@@ -37,14 +38,18 @@ protected:
     void expectAfterStart(const std::string& keyring, const Change& change, const Texts& lines,
                           const Texts& raised = {}) {
         startAnew();
+        expectPicture(keyring, change);
+        EXPECT_EQ(traces(1), lines);
+        EXPECT_EQ(messages, raised);
+        endWithNothingLeft();
+    }
+
+    void expectPicture(const std::string& keyring, const Change& change) {
         Picture expected = clean_;
         if (!keyring.empty()) {
             change(expected[keyring]);
         }
         EXPECT_EQ(picture(), expected);
-        EXPECT_EQ(traces(1), lines);
-        EXPECT_EQ(messages, raised);
-        endWithNothingLeft();
     }
 
     // A system call that is made once for each keyring, in their order.
@@ -131,6 +136,17 @@ protected:
         }
         return all;
     }
+
+    void expectOneCertificateLess(int error) {
+        const Outcome outcome{picture(), messages};
+        EXPECT_EQ(std::ranges::count(withoutOneCertificate(error), outcome), 1)
+            << testing::PrintToString(outcome.picture) << testing::PrintToString(messages);
+        EXPECT_EQ(traces(1), TraceLines{});
+        endWithNothingLeft();
+    }
+
+    // Each of the six files is read once, and those that are missing once more to load them.
+    static constexpr std::size_t certificateReadings = 6 + 2;
 
     static constexpr const char* writable[] = {".ima", ".secondary_trusted_keys"};
 
@@ -276,7 +292,7 @@ TEST_F(StartUpFault, OfTheFirstReadOfAWatchEndsThatDrainOnly) {
         const auto turns = readsBehind(watch.before);
         ASSERT_EQ(turns.size(), keyringNames().size());
         for (const std::size_t turn : turns) {
-            for (const int error : severalErrors()) {
+            for (const int error : severalReadErrors()) {
                 calls.failNth("read", turn, error);
                 expectAfterStart(
                     "", {},
@@ -286,10 +302,49 @@ TEST_F(StartUpFault, OfTheFirstReadOfAWatchEndsThatDrainOnly) {
     }
 }
 
+TEST_F(StartUpFault, OfOpeningACertificateCostsThatCertificateOnly) {
+    for (const char* const call : {"open", "fstat"}) {
+        for (std::size_t turn = 1; turn <= certificateReadings; ++turn) {
+            for (const int error : severalErrors()) {
+                SCOPED_TRACE(std::string(call) + " " + std::to_string(turn));
+                const FailingFileCall failure(call, turn, error);
+                startAnew();
+                EXPECT_TRUE(FailingFileCall::hasStruck());
+                expectOneCertificateLess(error);
+            }
+        }
+        const FailingFileCall failure(call, certificateReadings + 1, EACCES);
+        expectAfterStart("", {}, {});
+        EXPECT_FALSE(FailingFileCall::hasStruck()) << "each turn was tried";
+    }
+}
+
+TEST_F(StartUpFault, OfLookingAtADirectoryLeavesItUnscanned) {
+    for (std::size_t i = 0; i < keyringNames().size(); ++i) {
+        const std::string& name = keyringNames()[i];
+        for (const int error : severalErrors()) {
+            SCOPED_TRACE(name + " " + std::strerror(error));
+            populate();
+            clear();
+            {
+                const FailingFileCall failure("stat", i + 1, error);
+                start(true);
+                EXPECT_TRUE(FailingFileCall::hasStruck());
+            }
+            expectPicture(name, [&](KeyringPicture& one) {
+                one.files.clear();
+                one.inKernel.erase(describedMissing(name));
+            });
+            EXPECT_EQ(traces(1), Texts{});
+            EXPECT_EQ(messages, Texts{});
+            endWithNothingLeft();
+        }
+    }
+}
+
 TEST_F(StartUpFault, OfReadingACertificateCostsThatCertificateOnly) {
     const std::set<std::size_t> watches = readsOfWatches();
     const std::size_t count = systemTurns("read ").size();
-    const auto outcomes = [&](int error) { return withoutOneCertificate(error); };
     for (std::size_t turn = 1; turn <= count; ++turn) {
         if (watches.contains(turn)) {
             continue;
@@ -298,11 +353,7 @@ TEST_F(StartUpFault, OfReadingACertificateCostsThatCertificateOnly) {
             SCOPED_TRACE("read " + std::to_string(turn));
             calls.failNth("read", turn, error);
             startAnew();
-            const Outcome outcome{picture(), messages};
-            EXPECT_EQ(std::ranges::count(outcomes(error), outcome), 1)
-                << testing::PrintToString(outcome.picture) << testing::PrintToString(messages);
-            EXPECT_EQ(traces(1), TraceLines{});
-            endWithNothingLeft();
+            expectOneCertificateLess(error);
         }
     }
 }
@@ -324,13 +375,9 @@ TEST_F(StartUpFault, OfClosingAFileChangesNothing) {
         << "a certificate is read for each file, and once more to load";
     for (std::size_t turn = 1; turn <= count; ++turn) {
         for (const int error : severalErrors()) {
+            SCOPED_TRACE("close " + std::to_string(turn) + " " + std::strerror(error));
             calls.failNth("close", turn, error);
-            startAnew();
-            if (calls.pending() == 0) { // otherwise it is one of the shutdown
-                EXPECT_EQ(traces(1), TraceLines{});
-                EXPECT_EQ(messages, Texts{});
-            }
-            endWithNothingLeft();
+            expectAfterStart("", {}, {});
         }
     }
 }

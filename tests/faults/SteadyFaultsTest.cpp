@@ -52,7 +52,7 @@ private:
 };
 
 TEST_F(SteadyFault, OfReadingTheDirectoryWatchKeepsTheEventsForTheNextTime) {
-    for (const int error : severalErrors()) {
+    for (const int error : severalReadErrors()) {
         put("new", "new");
         calls.failNext("read", error);
         sm->handleInotify(".ima");
@@ -83,7 +83,7 @@ TEST_F(SteadyFault, OfALaterReadOfTheDirectoryWatchLosesNothingThatWasRead) {
 }
 
 TEST_F(SteadyFault, OfReadingTheQueueKeepsTheNotificationsForTheNextTime) {
-    for (const int error : severalErrors()) {
+    for (const int error : severalReadErrors()) {
         const key_serial_t key = keys.addKey(".ima", "by another process");
         calls.failNext("read", error);
         sm->handleKeyringWatch(".ima");
@@ -122,6 +122,33 @@ TEST_F(SteadyFault, OfAddingAKeyIsReportedAndTheRewrittenFileIsLoaded) {
         put("new", "new");
         dispatch();
         EXPECT_EQ(ima(), withNew("new"));
+        end();
+        settle();
+    }
+}
+
+// A keyring that was replaced is looked up again; the watch is still that of the former one.
+TEST_F(SteadyFault, OfTheLookUpOfAReplacedKeyringIsReportedAndTheRewrittenFileIsLoaded) {
+    for (const int error : severalErrors()) {
+        keys.removeKeyring(".ima");
+        keys.keyring(".ima");
+        sm->handleKeyringWatch(".ima");
+        clear();
+        const Picture before = picture();
+        put("new", "new");
+        keys.failNext("find_key_by_type_and_desc", error);
+        sm->handleInotify(".ima");
+        EXPECT_EQ(messages, Texts{failure(file("new"), ".ima", error)});
+        EXPECT_EQ(traces(1), TraceLines{});
+        EXPECT_EQ(picture(), before);
+        clear();
+        put("new", "new");
+        sm->handleInotify(".ima");
+        Picture expected = before;
+        expected[".ima"].files[file("new")] = described("new");
+        expected[".ima"].inKernel.insert(described("new"));
+        EXPECT_EQ(picture(), expected);
+        EXPECT_EQ(messages, Texts{});
         end();
         settle();
     }

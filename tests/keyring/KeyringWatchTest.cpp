@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Opening the watch queue of a keyring.
+#include "keyring/KeyringCounters.h"
 #include "tests/keyring/WatchTest.h"
 
 #include <filesystem>
@@ -53,6 +54,9 @@ protected:
         }
         return ids;
     }
+
+    // As the counters tell it.
+    static std::string lastFailure() { return KeyringCounters::of(".platform").lastFailure; }
 
     KeyringWatcherInfo platform_{".platform"};
 };
@@ -175,6 +179,18 @@ TEST_F(KeyringWatch, TellsTheCauseOfTheCallNotThatOfTheClose) {
     calls.failNth("close", 2, EIO);
     sm->createKeyringWatch(platform_);
     EXPECT_EQ(traces().back(), "1 createKeyringWatch: keyctl_watch_key: Permission denied");
+    EXPECT_EQ(lastFailure(), "keyctl_watch_key: Permission denied");
+}
+
+TEST_F(KeyringWatch, TellsTheCauseOfTheSizingNotThatOfTheClose) {
+    calls.failNext("ioctl", ENOMEM);
+    calls.failNth("close", 1, EIO);
+    calls.failNth("close", 2, EBADF);
+    sm->createKeyringWatch(platform_);
+    const std::string told = "ioctl IOC_WATCH_QUEUE_SET_SIZE: Cannot allocate memory";
+    EXPECT_EQ(linesAfterTheEnds(), TraceLines{"1 createKeyringWatch: " + told});
+    EXPECT_EQ(lastFailure(), told);
+    expectNothingOpen();
 }
 
 TEST_F(KeyringWatch, IsStoredOnRecordAlsoWhenItFailed) {

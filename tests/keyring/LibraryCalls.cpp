@@ -19,6 +19,7 @@ namespace {
 
 constinit bool watchesAreRecorded = false;
 constinit int directoryError = 0;
+constinit std::size_t readableEntries = 0;
 
 const char* nameOf(int operation) {
     switch (operation) {
@@ -49,8 +50,9 @@ RecordedWatches::~RecordedWatches() {
     watchesAreRecorded = false;
 }
 
-UnreadableDirectories::UnreadableDirectories(int error) {
+UnreadableDirectories::UnreadableDirectories(int error, std::size_t nth) {
     directoryError = error;
+    readableEntries = nth - 1;
 }
 
 UnreadableDirectories::~UnreadableDirectories() {
@@ -72,11 +74,15 @@ int epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) noex
 dirent* readdir(DIR* directory) {
     using Function = dirent* (*)(DIR*);
     static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "readdir"));
-    if (Vestrel::Tests::directoryError != 0) {
-        errno = Vestrel::Tests::directoryError;
-        return nullptr;
+    if (Vestrel::Tests::directoryError == 0) {
+        return real(directory);
     }
-    return real(directory);
+    if (Vestrel::Tests::readableEntries > 0) {
+        --Vestrel::Tests::readableEntries;
+        return real(directory);
+    }
+    errno = Vestrel::Tests::directoryError;
+    return nullptr;
 }
 
 } // extern "C"

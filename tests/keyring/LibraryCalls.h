@@ -2,6 +2,8 @@
 // Calls of the libraries below the state machine that the tests look at or let fail.
 #pragma once
 
+#include <cstddef>
+
 namespace Vestrel::Tests {
 
 // While one lives, what the event loop tells the kernel of its watches stands among the system
@@ -14,10 +16,11 @@ public:
     RecordedWatches& operator=(const RecordedWatches&) = delete;
 };
 
-// While one lives, reading the entries of a directory fails with this errno.
+// While one lives, reading the entries of a directory fails with this errno: from the n-th entry on
+// that is asked for, in whichever directory that is, "." and ".." and the end being entries too.
 class UnreadableDirectories {
 public:
-    explicit UnreadableDirectories(int error);
+    explicit UnreadableDirectories(int error, std::size_t nth = 1);
     ~UnreadableDirectories();
     UnreadableDirectories(const UnreadableDirectories&) = delete;
     UnreadableDirectories& operator=(const UnreadableDirectories&) = delete;

@@ -175,6 +175,38 @@ TEST_F(Notifications, OfALinkedKeyForgetOlderKeysOfItsDescription) {
     EXPECT_EQ(keys.calls(), Texts{"keyctl_describe_alloc " + text(serial)});
 }
 
+// The queue tells whose the notification is; the keyring that it names is printed and no more.
+TEST_F(Notifications, OfALinkedKeyRecordItWhateverKeyringTheyName) {
+    const key_serial_t serial = keys.addKey(".ima", "one");
+    handle();
+    const key_serial_t other = keys.serialOf(".machine");
+    for (const key_serial_t named : {other, serial, 987654, 0, -1}) {
+        keyColl()->keyDel(serial);
+        keep(11, "one");
+        NotificationRecord posted = record(key, linked, serial);
+        posted.keyId = static_cast<std::uint32_t>(named);
+        post(posted);
+        EXPECT_TRUE(traced("5 handleKeyringWatch: Received notification for keyring: " +
+                           std::to_string(posted.keyId) +
+                           ", subType: linked, keyId: " + text(serial)));
+        EXPECT_EQ(recorded(), Serials{serial}) << named;
+        EXPECT_TRUE(keyColl(".machine")->key().empty());
+        EXPECT_EQ(keys.calls(), Texts{"keyctl_describe_alloc " + text(serial)});
+    }
+}
+
+TEST_F(Notifications, OfAnUnlinkedKeyForgetItWhateverKeyringTheyName) {
+    keyColl(".machine")->keyIs({11, "one", "asymmetric"});
+    for (const key_serial_t named : {keys.serialOf(".machine"), 11, 987654, 0, -1}) {
+        keep(11, "one");
+        NotificationRecord posted = record(key, unlinked, 11);
+        posted.keyId = static_cast<std::uint32_t>(named);
+        post(posted);
+        EXPECT_EQ(recorded(), Serials{}) << named;
+        EXPECT_NE(keyColl(".machine")->key(11), nullptr);
+    }
+}
+
 TEST_F(Notifications, OfALinkedKeyThatCannotBeDescribedChangeNothing) {
     keep(987654, "one");
     post(record(key, linked, 987654));
@@ -282,39 +314,68 @@ TEST_F(Notifications, OfAnyOtherTypeAreReadOver) {
     }
 }
 
-TEST_F(Notifications, OfTheKeyringsRemovalAreTracedOnly) {
-    keep(11, "one");
-    post(record(meta, 0));
+class MetaNotification : public Notifications {
+protected:
+    // On record are the key of a mapped file and one whose serial the records carry.
+    MetaNotification() {
+        serial_ = load("a", "one");
+        keep(11, "two");
+        before_ = sm->watcherInfos(".ima");
+    }
+
+    void expectNothingElseDone() const {
+        EXPECT_EQ(recorded(), (Serials{serial_, 11}));
+        EXPECT_EQ(keyColl()->fileToDescription(file("a")), "one");
+        EXPECT_EQ(mappedFiles(), 1U);
+        EXPECT_EQ(filesOf("one"), Texts{file("a")});
+        const KeyringWatcherInfo now = sm->watcherInfos(".ima");
+        EXPECT_TRUE(KeyringWatcherInfo::isEq(&now, &before_));
+        const auto* const descriptor = sm->keyringWatchFileDescriptors().find(".ima");
+        ASSERT_NE(descriptor, nullptr);
+        EXPECT_EQ((*descriptor)->descriptor(), before_.readFd);
+        EXPECT_TRUE((*descriptor)->publisher().hasActiveSubscriber());
+        EXPECT_EQ(keys.calls(), Texts{});
+        EXPECT_EQ(calls.callsOf({"close"}), Texts{});
+        EXPECT_EQ(messages, Texts{});
+    }
+
+private:
+    key_serial_t serial_ = 0;
+    KeyringWatcherInfo before_;
+};
+
+TEST_F(MetaNotification, OfTheKeyringsRemovalIsTracedOnly) {
+    post(record(meta, 0, 11));
     EXPECT_EQ(traces(),
               ofRecord(0, 0, {"1 handleKeyringWatch: Watched keyring .ima has been removed"}));
-    EXPECT_TRUE(sm->keyringWatchFileDescriptors().has(".ima"));
-    EXPECT_TRUE(sm->watcherInfos().has(".ima"));
-    EXPECT_EQ(recorded(), Serials{11});
-    EXPECT_EQ(keys.calls(), Texts{});
+    expectNothingElseDone();
 }
 
-TEST_F(Notifications, OfALossAreTracedOnly) {
-    post(record(meta, 1));
+TEST_F(MetaNotification, OfALossIsTracedOnly) {
+    post(record(meta, 1, 11));
     EXPECT_EQ(traces(), ofRecord(0, 1, {"1 handleKeyringWatch: Notification was lost"}));
-    EXPECT_EQ(keys.calls(), Texts{});
+    expectNothingElseDone();
 }
 
-TEST_F(Notifications, OfUnknownMetaSubtypesAreTracedWithTheirType) {
-    for (const unsigned subtype : {2U, 3U, 255U}) {
+// Among them the numbers that link, unlink and clear when the type is that of keys.
+TEST_F(MetaNotification, OfAnUnknownSubtypeIsTracedWithItsTypeOnly) {
+    for (const unsigned subtype : {2U, 3U, 4U, 11U, 255U}) {
         post(record(meta, subtype, 11));
         EXPECT_EQ(
             traces(),
             ofRecord(0, subtype, {"1 handleKeyringWatch: Unknown meta notification received: 0"}));
+        expectNothingElseDone();
     }
 }
 
-TEST_F(Notifications, OfTheMetaTypeAreTakenWhateverTheirLength) {
+TEST_F(MetaNotification, IsTakenWhateverItsLength) {
     for (const unsigned length : {0U, 8U, 24U, 127U}) {
-        NotificationRecord posted = record(meta, 1);
+        NotificationRecord posted = record(meta, 1, 11);
         posted.info = length;
         post(posted);
         EXPECT_EQ(traces(),
                   ofRecord(0, 1, {"1 handleKeyringWatch: Notification was lost"}, length));
+        expectNothingElseDone();
     }
 }
 

@@ -5,10 +5,13 @@
 #include "tests/keyring/LibraryCalls.h"
 #include "tests/support/FewDescriptors.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
+#include <set>
 
 namespace Vestrel::Tests {
 
@@ -155,6 +158,113 @@ TEST_F(StartUp, LeavesAsAnExceptionWhenADirectoryCannotBeOpened) {
 TEST_F(StartUp, LeavesAsAnExceptionWhenADirectoryCannotBeRead) {
     const UnreadableDirectories unreadable(EIO);
     EXPECT_EQ(causeOfFailure(), EIO);
+}
+
+// The directories of two keyrings with three certificates each, whose entries come in an order of
+// the file system's own.
+class UnreadableEntry : public StartUp {
+protected:
+    struct Entry {
+        std::string keyring;
+        std::string name; // empty: the end of the directory
+    };
+
+    UnreadableEntry() {
+        keys.removeKeyring(".builtin_trusted_keys");
+        keys.removeKeyring(".machine");
+        for (const std::string keyring : {".ima", ".secondary_trusted_keys"}) {
+            for (const std::string name : {"a", "b", "c"}) {
+                put(name, keyring + " " + name, keyring);
+            }
+            const auto inDirectory = entriesOf(keyring);
+            entries_.insert(entries_.end(), inDirectory.begin(), inDirectory.end());
+        }
+        start();
+        stop();
+        forgetKeys();
+        loop = nullptr;
+    }
+
+    const std::vector<Entry>& entries() const { return entries_; }
+
+    // What a start has mapped, and loaded, that has read as many entries.
+    void expectTakenIn(std::size_t count) const {
+        for (const std::string keyring : {".ima", ".secondary_trusted_keys"}) {
+            std::map<std::string, std::string> files;
+            std::set<std::string> loaded;
+            for (std::size_t i = 0; i < count; ++i) {
+                const Entry& entry = entries_[i];
+                if (entry.keyring == keyring && entry.name.size() == 1 && entry.name != ".") {
+                    const std::string description = described(keyring + " " + entry.name);
+                    files[file(entry.name, keyring)] = description;
+                    loaded.insert(description);
+                }
+            }
+            const auto inKernel = keys.descriptionsOf(keyring);
+            EXPECT_EQ(std::set(inKernel.begin(), inKernel.end()), loaded);
+            EXPECT_EQ(mapped(keyring), files);
+        }
+    }
+
+    void forgetKeys() {
+        for (const char* const keyring : {".ima", ".secondary_trusted_keys"}) {
+            keys.clear(keyring);
+        }
+        keys.collectGarbage();
+        coll->keyringDelAll();
+        clear();
+    }
+
+private:
+    static std::vector<Entry> entriesOf(const std::string& keyring) {
+        DIR* const walk = opendir(directory(keyring).c_str());
+        std::vector<Entry> all;
+        while (const dirent* const entry = readdir(walk)) {
+            all.push_back({keyring, entry->d_name});
+        }
+        closedir(walk);
+        all.push_back({keyring, ""});
+        return all;
+    }
+
+    std::map<std::string, std::string> mapped(const std::string& keyring) const {
+        std::map<std::string, std::string> files;
+        if (const auto known = keyColl(keyring)) {
+            for (auto file = known->fileToDescription().iterator(); file; ++file) {
+                files.emplace(file.key().view(), file->view());
+            }
+        }
+        return files;
+    }
+
+    std::vector<Entry> entries_;
+};
+
+TEST_F(UnreadableEntry, KeepsTheKeysThatAreLoadedAndLeavesNothingOpen) {
+    const auto descriptors = openDescriptors();
+    const auto entities = alive();
+    ASSERT_EQ(entries().size(), 2U * (3 + 2 + 1)) << "certificates, . and .., the end";
+    for (std::size_t turn = 1; turn <= entries().size(); ++turn) {
+        for (const int error : {EIO, EACCES, ENOMEM, EBADF, ESTALE, ENOENT}) {
+            SCOPED_TRACE("entry " + std::to_string(turn) + ", " + std::strerror(error));
+            {
+                const UnreadableDirectories unreadable(error, turn);
+                EXPECT_EQ(causeOfFailure(), error);
+            }
+            EXPECT_FALSE(sm);
+            expectTakenIn(turn - 1);
+            EXPECT_EQ(coll->keyringCount(), entries()[turn - 1].keyring == ".ima" ? 1U : 2U);
+            EXPECT_EQ(openDescriptors(), descriptors);
+            EXPECT_EQ(keys.openQueues(), 0U);
+            EXPECT_EQ(traces(1), TraceLines{});
+            EXPECT_EQ(messages, std::vector<std::string>{});
+            forgetKeys();
+            EXPECT_EQ(alive(), entities);
+        }
+    }
+    const UnreadableDirectories unreadable(EIO, entries().size() + 1);
+    start();
+    expectTakenIn(entries().size());
 }
 
 TEST_F(StartUp, GivesEverythingBackWhenItIsGivenUp) {
