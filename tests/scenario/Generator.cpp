@@ -51,6 +51,7 @@ private:
     std::string content(const std::string& path);
     Step fileStep();
     Step keyStep();
+    Step refusedKeyStep();
     void arrivalAdd();
     void burst();
     void boundaryAdd(const std::string& verb);
@@ -62,7 +63,7 @@ private:
     std::string favourite_; // the place of most steps
     Steps steps_;
     Tree tree_;
-    std::array<World, 3> worlds_; // of each ring, for its files only
+    std::array<World, rings.size()> worlds_; // for the files of each ring only
 };
 
 std::string Generator::place() {
@@ -121,8 +122,11 @@ Step Generator::fileStep() {
 }
 
 Step Generator::keyStep() {
-    const std::string ring =
-        favourite_ == "builtin" || oneIn(8) ? rings[below(2)].place : favourite_;
+    const bool isWritable = favourite_ == "ima" || favourite_ == "secondary";
+    if (oneIn(isWritable ? 24 : 3)) {
+        return refusedKeyStep();
+    }
+    const std::string ring = !isWritable || oneIn(8) ? rings[below(2)].place : favourite_;
     switch (below(9)) {
     case 0:
         return ring == "ima" ? Step{"clear", {ring}} : Step{"add", {ring, soundContent()}};
@@ -134,6 +138,21 @@ Step Generator::keyStep() {
         return {"link", {ring, soundContent()}};
     default:
         return {"unlink", {ring, soundContent()}};
+    }
+}
+
+// What the kernel keeps everybody from.
+Step Generator::refusedKeyStep() {
+    const std::string ring = oneOf(std::array{"builtin", "machine"});
+    switch (below(4)) {
+    case 0:
+        return {"clear", {ring}};
+    case 1:
+        return {"add", {ring, soundContent()}};
+    case 2:
+        return {"link", {ring, soundContent()}};
+    default:
+        return {"unlink", {"builtin", "root"}};
     }
 }
 
@@ -203,7 +222,8 @@ void Generator::boundaryAdd(const std::string& verb) {
 }
 
 Steps Generator::scenario() {
-    favourite_ = oneOf(std::array{"ima", "ima", "ima", "ima", "secondary", "secondary", "builtin"});
+    favourite_ = oneOf(std::array{"ima", "ima", "ima", "ima", "secondary", "secondary", "builtin",
+                                   "machine"});
     if (!oneIn(3)) {
         burst();
     }

@@ -35,6 +35,8 @@ void Oracle::apply(const Step& step, const Tree& tree) {
         change(tree, [](Rules& rules) { rules.loop(); });
     } else if (step.verb == "restart") {
         change(tree, [](Rules& rules) { rules.startUp(); });
+    } else if (!ring_.isWritable) {
+        return; // the kernel refuses
     } else if (step.verb == "clear") {
         change(tree, [](Rules& rules) { rules.clearedByHand(); });
     } else if (step.verb == "link") {

@@ -5,6 +5,7 @@
 #include "tests/scenario/Generator.h"
 #include "tests/scenario/Oracle.h"
 #include "tests/scenario/Rings.h"
+#include "tests/scenario/Watchers.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -59,7 +60,12 @@ private:
                 return difference;
             }
         }
-        return stage_.difference(tree_);
+        if (auto difference = stage_.difference(tree_)) {
+            return difference;
+        }
+        return watcherDifference(stage_.stateMachine(), [this](const std::string& keyring) {
+            return stage_.serialOf(keyring);
+        });
     }
 
     Observation observed(const Ring& ring, const std::vector<std::string>& messages) const {

@@ -13,9 +13,11 @@ struct Ring {
     bool isWritable; // whether the kernel lets user space add and unlink keys
 };
 
-inline constexpr std::array<Ring, 3> rings{{{"ima", ".ima", true},
+/// In the order in which they are set up.
+inline constexpr std::array<Ring, 4> rings{{{"ima", ".ima", true},
                                             {"secondary", ".secondary_trusted_keys", true},
-                                            {"builtin", ".builtin_trusted_keys", false}}};
+                                            {"builtin", ".builtin_trusted_keys", false},
+                                            {"machine", ".machine", false}}};
 
 /// Which nobody watches, in one file system with the certificate directories.
 inline constexpr const char* unwatchedPlace = "out";
@@ -25,7 +27,8 @@ inline std::string directoryOf(const std::string& place) {
     if (place == unwatchedPlace) {
         return "/etc/elsewhere";
     }
-    return place == "ima" ? "/etc/keys/ima" : "/etc/keys/" + place + "_trusted_keys";
+    const bool isShort = place == "ima" || place == "machine";
+    return "/etc/keys/" + place + (isShort ? "" : "_trusted_keys");
 }
 
 } // namespace Vestrel::Tests
