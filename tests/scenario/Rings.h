@@ -11,13 +11,14 @@ struct Ring {
     const char* place;
     const char* keyring;
     bool isWritable; // whether the kernel lets user space add and unlink keys
+    bool keepsTrust; // holds what certificates for it are judged by, which nobody can put back
 };
 
 /// In the order in which they are set up.
-inline constexpr std::array<Ring, 4> rings{{{"ima", ".ima", true},
-                                            {"secondary", ".secondary_trusted_keys", true},
-                                            {"builtin", ".builtin_trusted_keys", false},
-                                            {"machine", ".machine", false}}};
+inline constexpr std::array<Ring, 4> rings{{{"ima", ".ima", true, false},
+                                            {"secondary", ".secondary_trusted_keys", true, true},
+                                            {"builtin", ".builtin_trusted_keys", false, true},
+                                            {"machine", ".machine", false, true}}};
 
 /// Which nobody watches, in one file system with the certificate directories.
 inline constexpr const char* unwatchedPlace = "out";
