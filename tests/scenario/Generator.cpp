@@ -6,6 +6,7 @@
 
 #include <array>
 #include <random>
+#include <stdexcept>
 #include <utility>
 
 namespace Vestrel::Tests {
@@ -27,11 +28,12 @@ void loop(World& world, const Ring& ring, const Contents& contents, const Tree& 
 }
 
 // Makes one scenario. Follows the directories and the maps of their files, which are determined
-// whatever the kernel does, so that no scenario does what the system would refuse or what ends the
-// process.
+// whatever the kernel does, so that no scenario does what the system would refuse, and none ends
+// the process but the one in fifty that has to.
 class Generator {
 public:
-    Generator(const Contents& contents, std::uint64_t seed) : contents_(contents), random_(seed) {}
+    Generator(const Contents& contents, std::uint64_t seed)
+        : contents_(contents), random_(seed), isFatal_(seed % 50 == 25) {}
 
     Steps scenario();
 
@@ -51,18 +53,24 @@ private:
     std::string content(const std::string& path);
     Step fileStep();
     Step keyStep();
+    Step refusedKeyStep();
     void arrivalAdd();
     void burst();
     void boundaryAdd(const std::string& verb);
     bool tried(const Step& step);
     bool endsTheProcess(const Tree& tree) const;
+    std::string monitoredFile();
+    Step fatalStep(const std::string& file);
+    Steps fatalTry(const std::string& file);
+    void fatalBurst();
 
     const Contents& contents_;
     std::mt19937_64 random_;
+    bool isFatal_;
     std::string favourite_; // the place of most steps
     Steps steps_;
     Tree tree_;
-    std::array<World, 3> worlds_; // of each ring, for its files only
+    std::array<World, rings.size()> worlds_; // for the files of each ring only
 };
 
 std::string Generator::place() {
@@ -121,8 +129,11 @@ Step Generator::fileStep() {
 }
 
 Step Generator::keyStep() {
-    const std::string ring =
-        favourite_ == "builtin" || oneIn(8) ? rings[below(2)].place : favourite_;
+    const bool isWritable = favourite_ == "ima" || favourite_ == "secondary";
+    if (oneIn(isWritable ? 24 : 3)) {
+        return refusedKeyStep();
+    }
+    const std::string ring = !isWritable || oneIn(8) ? rings[below(2)].place : favourite_;
     switch (below(9)) {
     case 0:
         return ring == "ima" ? Step{"clear", {ring}} : Step{"add", {ring, soundContent()}};
@@ -134,6 +145,21 @@ Step Generator::keyStep() {
         return {"link", {ring, soundContent()}};
     default:
         return {"unlink", {ring, soundContent()}};
+    }
+}
+
+// What the kernel keeps everybody from.
+Step Generator::refusedKeyStep() {
+    const std::string ring = oneOf(std::array{"builtin", "machine"});
+    switch (below(4)) {
+    case 0:
+        return {"clear", {ring}};
+    case 1:
+        return {"add", {ring, soundContent()}};
+    case 2:
+        return {"link", {ring, soundContent()}};
+    default:
+        return {"unlink", {"builtin", "root"}};
     }
 }
 
@@ -202,8 +228,81 @@ void Generator::boundaryAdd(const std::string& verb) {
     tree_.eventsForget();
 }
 
+// One of those on record of which events are followed, and that stands there; empty when there is
+// none.
+std::string Generator::monitoredFile() {
+    std::vector<std::string> files;
+    for (const World& world : worlds_) {
+        for (const auto& [path, description] : world.fileToDescription) {
+            if (!path.ends_with(".integrity-tmp") && tree_.opened(path).error == 0) {
+                files.push_back(path);
+            }
+        }
+    }
+    return files.empty() ? "" : oneOf(files);
+}
+
+// The file goes, comes back and is changed under names that nothing else stands at.
+Step Generator::fatalStep(const std::string& file) {
+    const std::string elsewhere = "out/fatal-" + std::to_string(below(2));
+    const std::string beside = placeOf(file) + "/fatal";
+    switch (below(8)) {
+    case 0:
+    case 1:
+        return {"move", {file, elsewhere}};
+    case 2:
+        return {"move", {elsewhere, file}};
+    case 3:
+        return {"move", {file, beside}};
+    case 4:
+        return {"move", {beside, file}};
+    case 5:
+        return {"delete", {file}};
+    default:
+        return {"write", {file, content(file)}};
+    }
+}
+
+// What ends the process at the next loop, or nothing.
+Steps Generator::fatalTry(const std::string& file) {
+    constexpr std::size_t most = 8;
+    Tree tree = tree_;
+    Steps steps;
+    while (steps.size() < most) {
+        const Step step = fatalStep(file);
+        if (!tree.allows(step)) {
+            continue;
+        }
+        tree.apply(step);
+        steps.push_back(step);
+        if (endsTheProcess(tree)) {
+            return steps;
+        }
+    }
+    return {};
+}
+
+void Generator::fatalBurst() {
+    if (monitoredFile().empty()) {
+        tried({"write", {"ima/fatal", "alpha"}});
+        boundaryAdd("loop");
+    }
+    const std::string file = monitoredFile();
+    constexpr int mostTries = 10000;
+    Steps steps;
+    for (int tries = 0; steps.empty(); ++tries) {
+        if (tries == mostTries) {
+            throw std::logic_error("no end is found with " + file);
+        }
+        steps = fatalTry(file);
+    }
+    steps_.insert(steps_.end(), steps.begin(), steps.end());
+    steps_.push_back({"loop", {}});
+}
+
 Steps Generator::scenario() {
-    favourite_ = oneOf(std::array{"ima", "ima", "ima", "ima", "secondary", "secondary", "builtin"});
+    favourite_ = oneOf(
+        std::array{"ima", "ima", "ima", "ima", "secondary", "secondary", "builtin", "machine"});
     if (!oneIn(3)) {
         burst();
     }
@@ -211,6 +310,9 @@ Steps Generator::scenario() {
     for (std::size_t count = 4 + below(9); count != 0; --count) {
         burst();
         boundaryAdd(oneIn(12) ? "restart" : "loop");
+    }
+    if (isFatal_) {
+        fatalBurst();
     }
     return std::move(steps_);
 }

@@ -9,8 +9,8 @@
 
 namespace Vestrel::Tests {
 
-/// The same one for the same seed. It does nothing that the system would refuse and nothing that
-/// ends the process.
+/// The same one for the same seed. It does nothing that the system would refuse. One in fifty ends
+/// the process with its last step; the others never do.
 Steps randomScenario(const Contents& contents, std::uint64_t seed);
 
 } // namespace Vestrel::Tests

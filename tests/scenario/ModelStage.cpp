@@ -3,7 +3,9 @@
 #include "tests/scenario/ModelStage.h"
 
 #include "keymodel/CertificateDescription.h"
+#include "tests/scenario/Rings.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -72,20 +74,29 @@ std::vector<std::string> ModelStage::messagesTaken() {
     return taken;
 }
 
-void ModelStage::add(const std::string& keyring, const Content& content) {
-    keys.addKey(keyring, content.description);
+// The model lets a test change every keyring; the kernel refuses other hands what it refuses us.
+int ModelStage::changed(const std::string& keyring, const std::function<void()>& change) const {
+    if (!std::ranges::find(rings, keyring, &Ring::keyring)->isWritable) {
+        return EACCES;
+    }
+    change();
+    return 0;
 }
 
-void ModelStage::link(const std::string& keyring, key_serial_t key) {
-    keys.link(keyring, key);
+int ModelStage::add(const std::string& keyring, const Content& content) {
+    return changed(keyring, [&] { keys.addKey(keyring, content.description); });
 }
 
-void ModelStage::unlink(const std::string& keyring, key_serial_t key) {
-    keys.unlink(keyring, key);
+int ModelStage::link(const std::string& keyring, key_serial_t key) {
+    return changed(keyring, [&] { keys.link(keyring, key); });
 }
 
-void ModelStage::clear(const std::string& keyring) {
-    keys.clear(keyring);
+int ModelStage::unlink(const std::string& keyring, key_serial_t key) {
+    return changed(keyring, [&] { keys.unlink(keyring, key); });
+}
+
+int ModelStage::clear(const std::string& keyring) {
+    return changed(keyring, [&] { keys.clear(keyring); });
 }
 
 void ModelStage::loop() {

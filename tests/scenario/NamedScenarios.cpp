@@ -10,6 +10,10 @@ const std::vector<NamedScenario>& namedScenarios() {
          "write secondary/a cut-2; write secondary/b cut-1; restart; loop"},
         {"KeyOfTheRootStaysWhenItsFileGoes",
          "write builtin/b root; restart; delete builtin/b; loop"},
+        {"NothingChangesTheKeyringsOfTheSystem",
+         "write machine/a alpha; restart; write machine/b root; add machine beta; loop; "
+         "clear machine; link machine alpha; clear builtin; unlink builtin root; add builtin beta; "
+         "loop; delete machine/a; write machine/a stranger; loop"},
         {"FileMovedOutAndBackIsDroppedByTheMoveOut",
          "restart; write ima/a alpha; loop; move ima/a out/a; move out/a ima/a; loop; "
          "write ima/a alpha; loop"},

@@ -20,7 +20,7 @@ struct NamedScenario {
 /// Ends of which the rules leave more than one way open, or that surprise.
 const std::vector<NamedScenario>& namedScenarios();
 
-/// Those that have to end the process with the assertion "oldDesc" at their last step.
+/// Those that have to end the process with an assertion at their last step.
 const std::vector<NamedScenario>& fatalScenarios();
 
 } // namespace Vestrel::Tests

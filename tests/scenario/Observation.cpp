@@ -43,12 +43,21 @@ bool sameMembers(World& world, const Members& members) {
            });
 }
 
+// What the keyrings take is of this type.
+Record recordOf(key_serial_t serial, const std::string& description) {
+    return {serial, description, "asymmetric"};
+}
+
+std::ostream& operator<<(std::ostream& out, const Record& record) {
+    return out << record.serial << " " << record.type << " " << record.description;
+}
+
 // A record of a key that was never seen as a member.
 bool namedByDescription(World& world, const Observation& observation, KeyNumber key,
                         const std::string& description) {
     return std::ranges::any_of(observation.records, [&](const auto& record) {
-        return record.second == description && !isTaken(world, record.first) &&
-               named(world, key, record.first);
+        return record.second == recordOf(record.first, description) &&
+               !isTaken(world, record.first) && named(world, key, record.first);
     });
 }
 
@@ -65,7 +74,8 @@ bool sameRecords(World& world, const Observation& observation) {
             continue;
         }
         const auto record = observation.records.find(serial->second);
-        if (record == observation.records.end() || record->second != description) {
+        if (record == observation.records.end() ||
+            record->second != recordOf(record->first, description)) {
             return false;
         }
     }
@@ -116,7 +126,8 @@ void printRest(std::ostream& out, const Value& value) {
 
 void Observation::collectionIs(const IntegrityKeyColl& collection, const std::string& place) {
     for (auto key = collection.key().iterator(); key; ++key) {
-        records[key->serial] = key->description.view();
+        records[key.key()] = {key->serial, std::string(key->description.view()),
+                              std::string(key->type.view())};
     }
     for (auto file = collection.fileToDescription().iterator(); file; ++file) {
         fileToDescription[stepPath(std::string(file.key().view()), place)] = (*file).view();

@@ -17,9 +17,18 @@ namespace Vestrel::Tests {
 /// The keys of a keyring by serial, each with the kernel's description.
 using Members = std::map<key_serial_t, std::string>;
 
+/// A key on record, all of it.
+struct Record {
+    key_serial_t serial;
+    std::string description;
+    std::string type;
+
+    friend bool operator==(const Record&, const Record&) = default;
+};
+
 struct Observation {
     Members members;
-    std::map<key_serial_t, std::string> records;
+    std::map<key_serial_t, Record> records;
     std::map<std::string, std::string> fileToDescription; // by PATH of steps
     std::map<std::string, std::set<std::string>> descriptionToFile;
     std::multiset<std::string> messages; // of this keyring

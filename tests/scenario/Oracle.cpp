@@ -35,6 +35,8 @@ void Oracle::apply(const Step& step, const Tree& tree) {
         change(tree, [](Rules& rules) { rules.loop(); });
     } else if (step.verb == "restart") {
         change(tree, [](Rules& rules) { rules.startUp(); });
+    } else if (!ring_.isWritable) {
+        return; // the kernel refuses
     } else if (step.verb == "clear") {
         change(tree, [](Rules& rules) { rules.clearedByHand(); });
     } else if (step.verb == "link") {
@@ -52,17 +54,28 @@ void Oracle::apply(const Step& step, const Tree& tree) {
 
 void Oracle::change(const Tree& tree, const std::function<void(Rules&)>& step) {
     std::set<World> changed;
+    std::optional<ProcessEnds> end;
     for (const World& before : worlds_) {
         Choices choose;
         do {
             World world = before;
             Rules rules(world, ring_, contents_, tree, choose);
-            step(rules);
-            changed.insert(std::move(world));
+            try {
+                step(rules);
+                changed.insert(std::move(world));
+            } catch (const ProcessEnds& found) {
+                end = found;
+            }
             if (changed.size() > mostWorlds) {
                 throw std::length_error("too much is left open");
             }
         } while (choose.next());
+    }
+    if (end && changed.empty()) {
+        throw *std::move(end);
+    }
+    if (end) {
+        throw std::logic_error("whether the process ends is left open");
     }
     worlds_ = std::move(changed);
 }

@@ -22,7 +22,7 @@ public:
     const Ring& ring() const { return ring_; }
 
     /// A step of the keyring's, "loop" or "restart"; `tree` is what stands in the directories then.
-    /// Throws ProcessEnds when it ends the process.
+    /// Throws ProcessEnds when it ends the process, whichever way is gone.
     void apply(const Step& step, const Tree& tree);
 
     /// What is wrong with it, or nothing.

@@ -11,11 +11,14 @@ struct Ring {
     const char* place;
     const char* keyring;
     bool isWritable; // whether the kernel lets user space add and unlink keys
+    bool keepsTrust; // holds what certificates for it are judged by, which nobody can put back
 };
 
-inline constexpr std::array<Ring, 3> rings{{{"ima", ".ima", true},
-                                            {"secondary", ".secondary_trusted_keys", true},
-                                            {"builtin", ".builtin_trusted_keys", false}}};
+/// In the order in which they are set up.
+inline constexpr std::array<Ring, 4> rings{{{"ima", ".ima", true, false},
+                                            {"secondary", ".secondary_trusted_keys", true, true},
+                                            {"builtin", ".builtin_trusted_keys", false, true},
+                                            {"machine", ".machine", false, true}}};
 
 /// Which nobody watches, in one file system with the certificate directories.
 inline constexpr const char* unwatchedPlace = "out";
@@ -25,7 +28,8 @@ inline std::string directoryOf(const std::string& place) {
     if (place == unwatchedPlace) {
         return "/etc/elsewhere";
     }
-    return place == "ima" ? "/etc/keys/ima" : "/etc/keys/" + place + "_trusted_keys";
+    const bool isShort = place == "ima" || place == "machine";
+    return "/etc/keys/" + place + (isShort ? "" : "_trusted_keys");
 }
 
 } // namespace Vestrel::Tests

@@ -84,7 +84,8 @@ int Rules::refusal(const std::string& path, std::string& description) const {
         return EACCES;
     }
     description = content.description;
-    return content.refusal;
+    const bool isJudgedByKeys = content.refusal == 0 || content.refusal == EKEYREJECTED;
+    return world_.hasLostTrust && isJudgedByKeys ? ENOKEY : content.refusal;
 }
 
 void Rules::addedByHand(const Content& content) {
@@ -104,6 +105,7 @@ void Rules::unlinkedByHand(const std::string& description) {
 
 void Rules::clearedByHand() {
     world_.members.clear();
+    world_.hasLostTrust = world_.hasLostTrust || ring_.keepsTrust;
 }
 
 // --- The state machine --------------------------------------------------------------------------

@@ -5,7 +5,6 @@
 
 #include "tests/scenario/NamedScenarios.h"
 #include "tests/scenario/Play.h"
-#include "tests/scenario/Rules.h"
 
 #include <gtest/gtest.h>
 
@@ -17,28 +16,32 @@ inline void expectRandomScenariosEndAsTheRulesSay(const StageMaker& makeStage,
                                                   std::uint64_t usual) {
     const Played played = playRandom(makeStage, seedWanted(), scenariosWanted(usual));
     std::cout << played.scenarios << " scenarios of " << played.steps << " steps, from seed "
-              << seedWanted() << "\n";
-    EXPECT_FALSE(played.difference) << *played.difference;
+              << seedWanted() << ": " << played.kinds.text() << "\n";
+    ASSERT_FALSE(played.difference) << *played.difference;
+    EXPECT_EQ(played.kinds.count(Kinds::leftOut), 0U);
+    constexpr std::uint64_t enough = 200;
+    for (const std::string& kind : Kinds::wanted()) {
+        EXPECT_TRUE(played.scenarios < enough || played.kinds.count(kind) != 0) << kind;
+    }
 }
 
 inline void expectEndsAsTheRulesSay(const NamedScenario& scenario, const StageMaker& makeStage) {
     constexpr std::uint64_t seeds = 8; // what is left open goes different ways
     for (std::uint64_t seed = 0; seed < seeds; ++seed) {
-        const auto difference = play(stepsOf(scenario.steps), *makeStage(seed));
+        Kinds kinds;
+        const auto difference = play(stepsOf(scenario.steps), makeStage, seed, kinds);
         ASSERT_FALSE(difference) << *difference;
+        ASSERT_EQ(kinds.count(Kinds::end), 0U);
+        ASSERT_EQ(kinds.count(Kinds::leftOut), 0U);
     }
 }
 
 inline void expectEndsTheProcess(const NamedScenario& scenario, const StageMaker& makeStage) {
-    const Steps steps = stepsOf(scenario.steps);
-    EXPECT_THROW(play(steps, *makeStage(0)), ProcessEnds);
-    const auto perform = [&] {
-        const auto stage = makeStage(0);
-        for (const Step& step : steps) {
-            stage->perform(step);
-        }
-    };
-    EXPECT_DEATH(perform(), "assertion failed: oldDesc\n");
+    Kinds kinds;
+    const auto difference = play(stepsOf(scenario.steps), makeStage, 0, kinds);
+    EXPECT_FALSE(difference) << *difference;
+    EXPECT_EQ(kinds.count(Kinds::end), 1U);
+    EXPECT_EQ(kinds.count(Kinds::leftOut), 0U);
 }
 
 // NOLINTBEGIN(cppcoreguidelines-macro-usage)

@@ -31,10 +31,6 @@ int checked(int result, const std::string& what) {
     return result;
 }
 
-const char* keyringOf(const std::string& place) {
-    return std::ranges::find(rings, place, &Ring::place)->keyring;
-}
-
 } // namespace
 
 // A process that ended in the middle of a scenario has left its files.
@@ -98,25 +94,35 @@ Zell::OwnedFd Stage::written(const std::string& path, const std::string& content
 }
 
 void Stage::performOnKeys(const Step& step) {
-    const std::string keyring = keyringOf(step.words.at(0));
+    const Ring& ring = *std::ranges::find(rings, step.words.at(0), &Ring::place);
+    const int error = triedOnKeys(step, ring.keyring);
+    if (error != (ring.isWritable ? 0 : EACCES)) {
+        throw std::system_error(error, std::generic_category(), textOf(step));
+    }
+}
+
+int Stage::triedOnKeys(const Step& step, const std::string& keyring) {
     if (step.verb == "clear") {
-        clear(keyring);
-        return;
+        return clear(keyring);
     }
     const Content& content = contents().at(step.words.at(1));
     if (step.verb == "add") {
-        add(keyring, content);
-    } else if (step.verb == "link") {
-        link(keyring, held().at(content.name));
-    } else if (step.verb == "unlink") {
-        for (const auto& [serial, description] : members(keyring)) {
-            if (description == content.description) {
-                unlink(keyring, serial);
-            }
-        }
-    } else {
-        throw std::invalid_argument("no such step: " + textOf(step));
+        return add(keyring, content);
     }
+    if (step.verb == "link") {
+        return link(keyring, held().at(content.name));
+    }
+    if (step.verb == "unlink") {
+        return unlinkDescribed(keyring, content.description);
+    }
+    throw std::invalid_argument("no such step: " + textOf(step));
+}
+
+// At most one key of a keyring has the description.
+int Stage::unlinkDescribed(const std::string& keyring, const std::string& description) {
+    const Members keys = members(keyring);
+    const auto key = std::ranges::find(keys, description, &Members::value_type::second);
+    return key == keys.end() ? 0 : unlink(keyring, key->first);
 }
 
 std::string Stage::expected(const Tree::Node& node) const {

@@ -8,9 +8,9 @@
 
 namespace Vestrel::Tests {
 
-/// A verb and its words. PATH is PLACE/NAME; a place is "ima", "secondary", "builtin" (the
-/// certificate directories) or "out" (a directory of the same file system that nobody watches); a
-/// RING is one of the first three; CONTENT is a name of Contents.
+/// A verb and its words. PATH is PLACE/NAME; a place is "ima", "secondary", "builtin", "machine"
+/// (the certificate directories) or "out" (a directory of the same file system that nobody
+/// watches); a RING is one of the first four; CONTENT is a name of Contents.
 ///
 ///     write PATH CONTENT     opens, writes and closes
 ///     open HANDLE PATH CONTENT, close HANDLE     the same in two steps
@@ -19,7 +19,8 @@ namespace Vestrel::Tests {
 ///     add RING CONTENT       another process adds the key
 ///     link RING CONTENT      another process links its own key of that content
 ///     unlink RING CONTENT    another process unlinks the key of that description, if there is one
-///     clear RING
+///     clear RING             another process unlinks everything
+///                            (all four are refused by "builtin" and "machine")
 ///     loop                   the event loop runs until nothing is ready; everything is compared
 ///     restart                the state machine is ended, if it runs, and made; all is compared
 struct Step {

@@ -38,6 +38,7 @@ struct World {
     KeyNumber lastKey = 0;
     std::map<std::string, KeyNumber> members; // of the keyring, by description
     std::vector<Notice> queue;
+    bool hasLostTrust = false; // the links to the keys that certificates are judged by
 
     // The collection's side.
     bool isRunning = false;

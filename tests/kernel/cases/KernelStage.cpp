@@ -4,9 +4,17 @@
 
 #include "tests/kernel/cases/KernelTest.h"
 
-#include <filesystem>
+#include <cerrno>
 
 namespace Vestrel::Tests {
+
+namespace {
+
+int errorOf(long result) {
+    return result == -1 ? errno : 0;
+}
+
+} // namespace
 
 const Contents& KernelStage::contents() const {
     static const Contents contents(
@@ -49,20 +57,20 @@ std::vector<std::string> KernelStage::messagesTaken() {
     return taken;
 }
 
-void KernelStage::add(const std::string& keyring, const Content& content) {
-    Keyring::named(keyring).add(content.payload);
+int KernelStage::add(const std::string& keyring, const Content& content) {
+    return errorOf(Keyring::named(keyring).tryAdd(content.payload));
 }
 
-void KernelStage::link(const std::string& keyring, key_serial_t key) {
-    Keyring::named(keyring).link(key);
+int KernelStage::link(const std::string& keyring, key_serial_t key) {
+    return errorOf(keyctl_link(key, serialOf(keyring)));
 }
 
-void KernelStage::unlink(const std::string& keyring, key_serial_t key) {
-    Keyring::named(keyring).unlink(key);
+int KernelStage::unlink(const std::string& keyring, key_serial_t key) {
+    return errorOf(keyctl_unlink(key, serialOf(keyring)));
 }
 
-void KernelStage::clear(const std::string& keyring) {
-    Keyring::named(keyring).clear();
+int KernelStage::clear(const std::string& keyring) {
+    return errorOf(keyctl_clear(serialOf(keyring)));
 }
 
 void KernelStage::loop() {

@@ -19,15 +19,21 @@ public:
 
     std::map<std::string, key_serial_t> held() const override { return held_; }
 
+    key_serial_t serialOf(const std::string& keyring) const override {
+        return Keyring::named(keyring).serial();
+    }
+
     const IntegrityKeyringColl& keyrings() const override { return *host_.keyrings(); }
+
+    const IntegrityKeyringSm& stateMachine() const override { return *host_.stateMachine(); }
 
     std::vector<std::string> messagesTaken() override;
 
 protected:
-    void add(const std::string& keyring, const Content& content) override;
-    void link(const std::string& keyring, key_serial_t key) override;
-    void unlink(const std::string& keyring, key_serial_t key) override;
-    void clear(const std::string& keyring) override;
+    int add(const std::string& keyring, const Content& content) override;
+    int link(const std::string& keyring, key_serial_t key) override;
+    int unlink(const std::string& keyring, key_serial_t key) override;
+    int clear(const std::string& keyring) override;
     void loop() override;
     void restart() override;
 
