@@ -153,7 +153,7 @@ TEST_F(Shutdown, EndsTheWatchesByClosing) {
     start();
     stop();
     EXPECT_TRUE(keys.watchIdsOf(".ima").empty());
-    EXPECT_TRUE(calls.callsOf({"ioctl", "inotify_add_watch", "read"}).empty());
+    EXPECT_TRUE(calls.callsOf({"ioctl", "inotify_add_watch", "inotify_rm_watch", "read"}).empty());
 }
 
 TEST_F(Shutdown, ClosesNothingForAKeyringThatWasNotFound) {
