@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Lets each allocation of the keyring handlers fail while an event waits: the exception leaves, and
-// what is read afterwards is handled.
+// what is read afterwards is handled. The handler of the end has nowhere to let it go.
 #include "tests/faults/Allocations.h"
 #include "tests/keyring/FileTest.h"
 #include "tests/keyring/InotifyBytes.h"
 
 #include <cerrno>
 #include <new>
+#include <optional>
+#include <type_traits>
 
 namespace Vestrel::Tests {
 
@@ -83,6 +85,20 @@ TEST_F(HandlerAllocation, ThatFailsLeavesTheHandlerOfTheDirectory) {
 TEST_F(HandlerAllocation, ThatFailsLeavesTheHandlerOfTheKeyring) {
     strikeEach([&] { keys.addKey(".ima", "one"); }, [&] { sm->handleKeyringWatch(".ima"); });
     EXPECT_EQ(recorded(), keys.keysOf(".ima")) << "without a failure";
+}
+
+using ShutdownDeathTest = FileTest;
+
+TEST_F(ShutdownDeathTest, AnExceptionInTheDestructorEndsTheProcess) {
+    static_assert(std::is_nothrow_destructible_v<IntegrityKeyringSm>);
+    std::optional<FailingAllocation> failure;
+    onTrace = [&](const std::string& line) {
+        if (line == "5 handleDelete: ") {
+            failure.emplace(1, Failing::once); // which is the ring's, behind this line
+        }
+    };
+    EXPECT_DEATH(stop(), "std::bad_alloc");
+    onTrace = nullptr;
 }
 
 } // namespace
