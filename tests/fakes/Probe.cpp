@@ -95,6 +95,10 @@ int inotifyAddWatch(int descriptor, const char* path, unsigned mask) {
     return ::inotify_add_watch(descriptor, path, mask);
 }
 
+int inotifyRmWatch(int descriptor, int watch) {
+    return ::inotify_rm_watch(descriptor, watch);
+}
+
 ssize_t read(int descriptor, void* buffer, std::size_t size) {
     return ::read(descriptor, buffer, size);
 }

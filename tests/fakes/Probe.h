@@ -31,6 +31,7 @@ int pipe2(std::array<int, 2>& ends, int flags);
 int setQueueSize(int descriptor, unsigned long notes);
 int inotifyInit1(int flags);
 int inotifyAddWatch(int descriptor, const char* path, unsigned mask);
+int inotifyRmWatch(int descriptor, int watch);
 ssize_t read(int descriptor, void* buffer, std::size_t size);
 int close(int descriptor);
 int socket(int domain, int type, int protocol);

@@ -26,6 +26,7 @@ using Pipe2 = int(int*, int);
 using Ioctl = int(int, unsigned long, ...);
 using InotifyInit1 = int(int);
 using InotifyAddWatch = int(int, const char*, unsigned);
+using InotifyRmWatch = int(int, int);
 using Read = ssize_t(int, void*, std::size_t);
 using Close = int(int);
 using Socket = int(int, int, int);
@@ -37,6 +38,7 @@ constinit Pipe2* pipe2Known = nullptr;
 constinit Ioctl* ioctlKnown = nullptr;
 constinit InotifyInit1* inotifyInit1Known = nullptr;
 constinit InotifyAddWatch* inotifyAddWatchKnown = nullptr;
+constinit InotifyRmWatch* inotifyRmWatchKnown = nullptr;
 constinit Read* readKnown = nullptr;
 constinit Close* closeKnown = nullptr;
 constinit Socket* socketKnown = nullptr;
@@ -59,6 +61,10 @@ int inotifyInit1(int flags) {
 
 int inotifyAddWatch(int descriptor, const char* path, unsigned mask) {
     return next(inotifyAddWatchKnown, "inotify_add_watch")(descriptor, path, mask);
+}
+
+int inotifyRmWatch(int descriptor, int watch) {
+    return next(inotifyRmWatchKnown, "inotify_rm_watch")(descriptor, watch);
 }
 
 ssize_t read(int descriptor, void* buffer, std::size_t size) {

@@ -14,6 +14,7 @@ int pipe2(int descriptors[2], int flags);
 int ioctl(int descriptor, unsigned long request, void* argument);
 int inotifyInit1(int flags);
 int inotifyAddWatch(int descriptor, const char* path, unsigned mask);
+int inotifyRmWatch(int descriptor, int watch);
 ssize_t read(int descriptor, void* buffer, std::size_t size);
 int close(int descriptor);
 int socket(int domain, int type, int protocol);

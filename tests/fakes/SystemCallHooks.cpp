@@ -173,6 +173,15 @@ int inotify_add_watch(int descriptor, const char* path, uint32_t mask) noexcept 
     return Real::inotifyAddWatch(descriptor, path, mask);
 }
 
+int inotify_rm_watch(int descriptor, int watch) noexcept {
+    const Aside aside;
+    if (const auto answer =
+            answered("inotify_rm_watch", [&] { return text(descriptor) + " " + text(watch); })) {
+        return static_cast<int>(answer->value);
+    }
+    return Real::inotifyRmWatch(descriptor, watch);
+}
+
 ssize_t read(int descriptor, void* buffer, size_t size) {
     const Aside aside;
     if (const auto answer =

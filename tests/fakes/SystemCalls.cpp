@@ -19,8 +19,8 @@ constinit SystemCalls* currentCalls = nullptr;
 } // namespace
 
 SystemCalls::SystemCalls()
-    : script_(who, {"pipe2", "ioctl", "inotify_init1", "inotify_add_watch", "read", "close",
-                    "socket", "bind", "unlink"}) {
+    : script_(who, {"pipe2", "ioctl", "inotify_init1", "inotify_add_watch", "inotify_rm_watch",
+                    "read", "close", "socket", "bind", "unlink"}) {
     if (currentCalls != nullptr) {
         misuse(who, "one is installed already");
     }

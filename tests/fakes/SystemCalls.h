@@ -19,14 +19,16 @@
 
 namespace Vestrel::Tests {
 
-/// The calls are pipe2, ioctl, inotify_init1, inotify_add_watch, read, close, socket, bind and
-/// unlink, made by anyone in the process through the dynamic linker: the code under test and the
-/// libraries that it uses, but not libc's own insides (streams, directory walks). While none of
-/// these objects exists they pass straight through. One at a time, one thread.
+/// The calls are pipe2, ioctl, inotify_init1, inotify_add_watch, inotify_rm_watch, read, close,
+/// socket, bind and unlink, made by anyone in the process through the dynamic linker: the code
+/// under test and the libraries that it uses, but not libc's own insides (streams, directory
+/// walks). While none of these objects exists they pass straight through. One at a time, one
+/// thread.
 ///
 /// Arguments are recorded in decimal, flags in hexadecimal: "pipe2 0x80", "ioctl 8 0x5760 256",
-/// "inotify_init1 0x800", "inotify_add_watch 7 /dir 0x2c8", "read 7 16", "close 7",
-/// "socket 1 0x802 0", "bind 7 /path 110" (with the length of the address), "unlink /path".
+/// "inotify_init1 0x800", "inotify_add_watch 7 /dir 0x2c8", "inotify_rm_watch 7 1", "read 7 16",
+/// "close 7", "socket 1 0x802 0", "bind 7 /path 110" (with the length of the address), "unlink
+/// /path".
 class SystemCalls {
 public:
     using Bytes = std::span<const std::uint8_t>;

@@ -54,8 +54,9 @@ TEST(SystemCalls, RecordEachCallWithItsArguments) {
     ASSERT_EQ(Probe::pipe2(ends, notificationPipe), 0);
     ASSERT_EQ(Probe::setQueueSize(ends[1], 256), 0);
     const int watch = Probe::inotifyInit1(IN_NONBLOCK);
-    Probe::inotifyAddWatch(watch, dir.path().c_str(), 0x2c8);
+    const int watchId = Probe::inotifyAddWatch(watch, dir.path().c_str(), 0x2c8);
     readText(watch, 16);
+    EXPECT_EQ(Probe::inotifyRmWatch(watch, watchId), 0);
     const int socket = Probe::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
     const std::string path = dir.path("socket");
     EXPECT_EQ(Probe::bind(socket, path.c_str()), 0);
@@ -68,7 +69,8 @@ TEST(SystemCalls, RecordEachCallWithItsArguments) {
         calls.calls(),
         (Texts{"pipe2 0x80", "ioctl " + number(ends[1]) + " 0x5760 256", "inotify_init1 0x800",
                "inotify_add_watch " + number(watch) + " " + dir.path() + " 0x2c8",
-               "read " + number(watch) + " 16", "socket 1 0x802 0",
+               "read " + number(watch) + " 16",
+               "inotify_rm_watch " + number(watch) + " " + number(watchId), "socket 1 0x802 0",
                "bind " + number(socket) + " " + path + " 110", "unlink " + path,
                "close " + number(ends[0]), "close " + number(ends[1]), "close " + number(watch),
                "close " + number(socket)}));
@@ -103,8 +105,8 @@ TEST(SystemCalls, FailEveryCallThatCanBeScripted) {
     KeyService keys;
     TempDir dir;
     SystemCalls calls;
-    for (const char* name : {"pipe2", "ioctl", "inotify_init1", "inotify_add_watch", "read",
-                             "close", "socket", "bind", "unlink"}) {
+    for (const char* name : {"pipe2", "ioctl", "inotify_init1", "inotify_add_watch",
+                             "inotify_rm_watch", "read", "close", "socket", "bind", "unlink"}) {
         calls.failNext(name, EDOM);
     }
     const std::string file = dir.write("file", "");
@@ -118,6 +120,7 @@ TEST(SystemCalls, FailEveryCallThatCanBeScripted) {
     expectFailed(Probe::setQueueSize(-1, 1));
     expectFailed(Probe::inotifyInit1(0));
     expectFailed(Probe::inotifyAddWatch(-1, "/", 1));
+    expectFailed(Probe::inotifyRmWatch(-1, 1));
     expectFailed(Probe::read(-1, ends.data(), 1));
     expectFailed(Probe::close(-1));
     expectFailed(Probe::socket(AF_UNIX, SOCK_DGRAM, 0));

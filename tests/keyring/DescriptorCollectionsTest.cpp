@@ -2,7 +2,10 @@
 // The two named descriptor collections of the state machine, and their reactors.
 #include "platform/zell/DescriptorCollection.h"
 #include "platform/zell/Errors.h"
+#include "platform/zell/OwnedFd.h"
 #include "tests/keyring/WatchTest.h"
+
+#include <sys/eventfd.h>
 
 #include <algorithm>
 
@@ -49,6 +52,28 @@ struct KeyringQueue {
     static void delAll(IntegrityKeyringSm& sm) { sm.keyringWatchFileDescriptorsDelAll(); }
 
     static int number(const KeyringWatcherInfo& info) { return info.readFd; }
+};
+
+// While one lives, the number 0 is a descriptor on which nothing waits to be read.
+class QuietStandardInput {
+public:
+    QuietStandardInput() {
+        const Zell::OwnedFd quiet(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+        EXPECT_EQ(dup2(quiet.get(), 0), 0);
+    }
+
+    ~QuietStandardInput() {
+        close(0);
+        if (before_) {
+            dup2(before_.get(), 0);
+        }
+    }
+
+    QuietStandardInput(const QuietStandardInput&) = delete;
+    QuietStandardInput& operator=(const QuietStandardInput&) = delete;
+
+private:
+    const Zell::OwnedFd before_{fcntl(0, F_DUPFD_CLOEXEC, 3)};
 };
 
 template <class Collection>
@@ -189,6 +214,18 @@ TYPED_TEST(DescriptorCollections, ReactUnderTheNameOfTheDescriptor) {
                           return line.find(TypeParam::handler) != std::string::npos;
                       })));
     }
+}
+
+// As a host has it that was started without a standard input.
+TYPED_TEST(DescriptorCollections, ReactToADescriptorWhoseNumberIsZero) {
+    const QuietStandardInput quiet;
+    const Descriptor descriptor = this->at(".ima");
+    const int before = descriptor->descriptor();
+    descriptor->descriptorIs(0);
+    EXPECT_TRUE(this->reacts(descriptor));
+    ASSERT_EQ(this->calls.callsOf({"read"}).size(), 1U);
+    EXPECT_EQ(this->firstNumber(this->calls.callsOf({"read"}).front()), 0);
+    descriptor->descriptorIs(before);
 }
 
 TYPED_TEST(DescriptorCollections, ReactToNothingWhileNotificationsAreOff) {

@@ -2,6 +2,7 @@
 // Tests what start-up makes of the files in a keyring's certificate directory.
 #include "platform/zell/OwnedFd.h"
 #include "tests/keyring/CertificateDirectories.h"
+#include "tests/support/Unprivileged.h"
 
 #include <sys/inotify.h>
 #include <sys/socket.h>
@@ -218,6 +219,18 @@ TEST_F(DirectoryScan, EndsSilentlyWhereTheDirectoryIsALinkToItself) {
     fs::remove(directory());
     fs::create_symlink("ima", directory());
     start(true);
+    EXPECT_TRUE(keyColl()->fileToDescription().empty());
+    EXPECT_EQ(sm->watcherInfos().size(), 4U);
+}
+
+TEST_F(DirectoryScan, EndsSilentlyWhereTheWayToTheDirectoryIsBarred) {
+    put("a", "first");
+    fs::permissions(fs::path(directory()).parent_path(), fs::perms::owner_all);
+    const Unprivileged user;
+    start(true);
+    EXPECT_EQ(traces(1), TraceLines(4, std::string("1 createInotifyWatch: inotify_add_watch: ") +
+                                           std::strerror(EACCES)))
+        << "which are the watches' own traces";
     EXPECT_TRUE(keyColl()->fileToDescription().empty());
     EXPECT_EQ(sm->watcherInfos().size(), 4U);
 }

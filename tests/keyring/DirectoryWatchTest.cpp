@@ -108,6 +108,15 @@ TEST_F(DirectoryWatch, TellsTheCauseOfTheWatchNotThatOfTheClose) {
     EXPECT_EQ(traces().back(), "1 createInotifyWatch: inotify_add_watch: No space left on device");
 }
 
+TEST_F(DirectoryWatch, TellsTheCauseOfTheWatchWhateverATraceLeavesInErrno) {
+    std::filesystem::remove("/etc/keys/platform");
+    onTrace = [](const std::string&) { errno = EIO; };
+    sm->createInotifyWatch(KeyringWatcherInfo(".platform"));
+    onTrace = nullptr;
+    EXPECT_EQ(traces().back(),
+              "1 createInotifyWatch: inotify_add_watch: No such file or directory");
+}
+
 TEST_F(DirectoryWatch, IsOnRecordOnlyAfterItsHandlerHasRun) {
     keys.keyring(".platform");
     bool handled = false;

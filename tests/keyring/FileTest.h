@@ -6,6 +6,7 @@
 #include "tests/support/StateMachineTest.h"
 
 #include <filesystem>
+#include <iostream>
 
 namespace Vestrel::Tests {
 
@@ -79,6 +80,20 @@ protected:
     static std::string failure(const std::string& path, const std::string& cause) {
         return "VESTREL_INTEGRITY_LOAD_KEY_FAIL: Failed to load certificate " + path +
                " in keyring (.ima). " + cause + ".";
+    }
+
+    // Has the traces written to the standard error, where a death test reads them.
+    void tracesToStandardError() {
+        onTrace = [](const std::string& line) { std::cerr << line << '\n'; };
+    }
+
+    // The end of a process that traces there: the assertion's own trace and its line come right
+    // behind this trace.
+    static std::string deathBehind(const std::string& trace, const std::string& operation,
+                                   const std::string& expression) {
+        const std::string assertion =
+            "IntegrityKeyringSm:[0-9]+: " + operation + ": assertion failed: " + expression + "\n";
+        return trace + "\n0 " + operation + ": " + assertion + assertion;
     }
 
     std::vector<std::string> filesOf(const std::string& description) const {

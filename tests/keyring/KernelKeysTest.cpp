@@ -47,6 +47,20 @@ protected:
         return "1 " + what + ": " + std::strerror(error);
     }
 
+    // The calls that the kernel had seen when this line was traced, of those that follow.
+    void callsBefore(const std::string& line, Calls& seen) {
+        onTrace = [&, line](const std::string& each) {
+            if (each == line) {
+                seen = keys.calls();
+            }
+        };
+    }
+
+    // A trace may change it, as any call of the system does.
+    void changeErrnoAtEachTrace() {
+        onTrace = [](const std::string&) { errno = EIO; };
+    }
+
     key_serial_t ima = 0;
 };
 
@@ -116,6 +130,24 @@ TEST_F(GetKey, TracesTheCauseOfAFailure) {
     const key_serial_t serial = newKey("d");
     keys.failNext("keyctl_describe_alloc", EACCES);
     EXPECT_TRUE(isDefault(sm->getKey(serial, ".ima")));
+    EXPECT_EQ(traces(1), TraceLines{failure("getKey: keyctl_describe_alloc", EACCES)});
+}
+
+TEST_F(GetKey, TracesItsArgumentsBeforeItAsksTheKernel) {
+    const key_serial_t serial = newKey("d");
+    Calls seen{"never traced"};
+    callsBefore("5 getKey: " + number(serial) + ", .ima", seen);
+    sm->getKey(serial, ".ima");
+    onTrace = nullptr;
+    EXPECT_EQ(seen, Calls{});
+}
+
+TEST_F(GetKey, TellsTheCauseWhateverATraceLeavesInErrno) {
+    const key_serial_t serial = newKey("d");
+    keys.failNext("keyctl_describe_alloc", EACCES);
+    changeErrnoAtEachTrace();
+    sm->getKey(serial, ".ima");
+    onTrace = nullptr;
     EXPECT_EQ(traces(1), TraceLines{failure("getKey: keyctl_describe_alloc", EACCES)});
 }
 
@@ -206,6 +238,29 @@ TEST_F(UnlinkKey, TracesWhenTheKernelRefuses) {
                                     "5 unlinkKey: Unlinking " + number(serial),
                                     failure("unlinkKey: keyctl_unlink", EACCES)}));
     EXPECT_EQ(recorded(), std::vector<S32>{serial});
+}
+
+TEST_F(UnlinkKey, TracesItsStepsBeforeItTakesThem) {
+    const key_serial_t serial = newKey("d");
+    Calls seen{"never traced"};
+    callsBefore("5 unlinkKey: " + number(serial) + ", .ima", seen);
+    sm->unlinkKey(serial, ".ima");
+    EXPECT_EQ(seen, Calls{});
+    keys.link(".ima", serial);
+    clear();
+    callsBefore("5 unlinkKey: Unlinking " + number(serial), seen);
+    sm->unlinkKey(serial, ".ima");
+    onTrace = nullptr;
+    EXPECT_EQ(seen, Calls{"keyctl_describe " + number(serial) + " 0"});
+}
+
+TEST_F(UnlinkKey, TellsTheCauseWhateverATraceLeavesInErrno) {
+    const key_serial_t serial = newKey("d");
+    keys.failNext("keyctl_unlink", EACCES);
+    changeErrnoAtEachTrace();
+    sm->unlinkKey(serial, ".ima");
+    onTrace = nullptr;
+    EXPECT_EQ(traces(1), TraceLines{failure("unlinkKey: keyctl_unlink", EACCES)});
 }
 
 TEST_F(UnlinkKey, DoesNothingForAKeyringWithoutAWatcher) {

@@ -213,6 +213,17 @@ TEST_F(KeyringWatcher, StoresTheRecordAlsoWhenBothWatchesFailed) {
     EXPECT_TRUE(KeyringWatcherInfo::isEq(&info, &expected)) << info;
 }
 
+TEST_F(KeyringWatcher, UnlinksTheKeyOfARemovedFileAlsoWhenTheKeyringWatchFailed) {
+    keys.addKey(".ima", described("first"));
+    const std::string path = put("a", "first");
+    calls.failNext("pipe2", EMFILE);
+    start();
+    ASSERT_EQ(sm->watcherInfos(".ima").readFd, 0);
+    std::filesystem::remove(path);
+    dispatch();
+    EXPECT_TRUE(keys.keysOf(".ima").empty());
+}
+
 TEST_F(KeyringWatcher, FindsNoKeysInAnEmptyKeyringAndLoadsEveryCertificate) {
     put("a", "first");
     put("b", "second");

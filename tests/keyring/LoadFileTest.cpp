@@ -226,8 +226,9 @@ TEST_F(LoadFileDeathTest, EndsTheProcessBeforeTheKeyIsDescribedForAKeyringThatIs
 
 TEST_F(LoadFileDeathTest, EndsTheProcessForAKeyringThatIsNotManaged) {
     keys.keyring(".foreign");
+    tracesToStandardError();
     EXPECT_DEATH(sm->loadFile(".foreign", file("a")),
-                 "IntegrityKeyringSm:[0-9]+: loadFile: assertion failed: keyColl\n");
+                 deathBehind("5 loadFile: Mapping [0-9]+ to " + file("a"), "loadFile", "keyColl"));
 }
 
 } // namespace

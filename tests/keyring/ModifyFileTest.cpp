@@ -169,8 +169,9 @@ using ModifyFileDeathTest = ModifyFile;
 TEST_F(ModifyFileDeathTest, EndsTheProcessBeforeLoadingForAKeyringThatIsNotManaged) {
     keys.keyring(".foreign");
     write(file("a"), "one");
+    tracesToStandardError();
     EXPECT_DEATH(sm->modifyFile(".foreign", file("a")),
-                 "IntegrityKeyringSm:[0-9]+: modifyFile: assertion failed: keyColl\n");
+                 deathBehind("5 modifyFile: .foreign, " + file("a"), "modifyFile", "keyColl"));
 }
 
 } // namespace

@@ -64,8 +64,9 @@ TEST_F(RemoveFile, DoesNotLookAtTheDisk) {
 using RemoveFileDeathTest = RemoveFile;
 
 TEST_F(RemoveFileDeathTest, EndsTheProcessForAFileThatWasNeverMapped) {
+    tracesToStandardError();
     EXPECT_DEATH(sm->removeFile(".ima", file("a")),
-                 "IntegrityKeyringSm:[0-9]+: removeFile: assertion failed: oldDesc\n");
+                 deathBehind("5 removeFile: .ima, " + file("a"), "removeFile", "oldDesc"));
 }
 
 TEST_F(RemoveFileDeathTest, EndsTheProcessForAFileThatFailedToLoad) {
@@ -75,8 +76,9 @@ TEST_F(RemoveFileDeathTest, EndsTheProcessForAFileThatFailedToLoad) {
 }
 
 TEST_F(RemoveFileDeathTest, EndsTheProcessForAKeyringThatIsNotManaged) {
+    tracesToStandardError();
     EXPECT_DEATH(sm->removeFile(".foreign", file("a")),
-                 "IntegrityKeyringSm:[0-9]+: removeFile: assertion failed: keyColl\n");
+                 deathBehind("5 removeFile: .foreign, " + file("a"), "removeFile", "keyColl"));
 }
 
 } // namespace

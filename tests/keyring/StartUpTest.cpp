@@ -4,6 +4,7 @@
 #include "tests/keyring/CertificateDirectories.h"
 #include "tests/keyring/LibraryCalls.h"
 #include "tests/support/FewDescriptors.h"
+#include "tests/support/Unprivileged.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -153,6 +154,12 @@ TEST_F(StartUp, LeavesAsAnExceptionWhenADirectoryCannotBeOpened) {
     const FewDescriptors few(descriptorsOfAKeyring);
     EXPECT_EQ(causeOfFailure(), EMFILE);
     EXPECT_FALSE(sm);
+}
+
+TEST_F(StartUp, LeavesAsAnExceptionWhenADirectoryMayNotBeOpened) {
+    std::filesystem::permissions(directory(), std::filesystem::perms::none);
+    const Unprivileged user;
+    EXPECT_EQ(causeOfFailure(), EACCES);
 }
 
 TEST_F(StartUp, LeavesAsAnExceptionWhenADirectoryCannotBeRead) {
