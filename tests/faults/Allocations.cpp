@@ -56,6 +56,9 @@ bool strikes() {
     return true;
 }
 
+constinit bool isCounting = false;
+constinit std::size_t counted = 0;
+
 constinit std::function<void()>* onRelease = nullptr;
 
 void released(void* memory) noexcept {
@@ -68,6 +71,7 @@ void released(void* memory) noexcept {
 }
 
 void* allocated(std::size_t size, std::size_t alignment) {
+    counted += isCounting && !Aside::exists() ? 1U : 0U;
     if (strikes()) {
         throw std::bad_alloc();
     }
@@ -94,6 +98,19 @@ bool FailingAllocation::isReached() {
 
 bool FailingAllocation::hasStruck() {
     return plan.hasStruck;
+}
+
+CountedAllocations::CountedAllocations() {
+    counted = 0;
+    isCounting = true;
+}
+
+CountedAllocations::~CountedAllocations() {
+    isCounting = false;
+}
+
+std::size_t CountedAllocations::count() {
+    return counted;
 }
 
 ReleaseWatch::ReleaseWatch(std::function<void()> look) {

@@ -24,6 +24,18 @@ public:
     static bool hasStruck();
 };
 
+// While one lives, counts the calls of operator new, without what the tests ask for Aside. One at a
+// time.
+class CountedAllocations {
+public:
+    CountedAllocations();
+    ~CountedAllocations();
+    CountedAllocations(const CountedAllocations&) = delete;
+    CountedAllocations& operator=(const CountedAllocations&) = delete;
+
+    static std::size_t count();
+};
+
 // While one lives, `look` is called before memory goes back through operator delete, except by what
 // `look` itself does and what the tests do Aside. One at a time.
 class ReleaseWatch {

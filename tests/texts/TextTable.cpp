@@ -14,6 +14,8 @@ constexpr std::string_view keyrings = "IntegrityKeyringSm";
 constexpr std::string_view syslog = "IntegritySyslogSm";
 
 constexpr int highestErrno = 133;
+constexpr int fieldsAfterType = 4; // uid, gid, permissions, description
+constexpr std::size_t keyIdentifierSize = 20;
 
 bool isNumber(std::string_view value) {
     if (value.starts_with('-')) {
@@ -30,6 +32,13 @@ bool isCause(std::string_view value) {
         }
     }
     return false;
+}
+
+// The subject, ": " and the key's identifier in hexadecimal.
+bool isDescription(std::string_view value) {
+    const auto at = value.rfind(": ");
+    return at != std::string_view::npos && at != 0 &&
+           value.size() - at == std::string_view(": ").size() + 2 * keyIdentifierSize;
 }
 
 bool isQuoted(std::string_view value) {
@@ -51,7 +60,6 @@ const std::vector<TraceText>& traceTexts() {
     constexpr auto cause = causeKind;
     constexpr auto path = fileKind;
     constexpr auto quoted = quotedKind;
-    constexpr auto text = textKind;
     static const std::vector<TraceText> table{
         // start-up
         {keyrings, "handleInitialized", 5, {""}},
@@ -62,7 +70,7 @@ const std::vector<TraceText>& traceTexts() {
         {keyrings, "createWatcher", 5, {"keyctl_read_alloc:", number, " bytes"}},
         {keyrings, "createWatcher", 5, {"Found ", number, " existing keys"}},
         {keyrings, "createWatcher", 5, {"Processing existing key ", number}},
-        {keyrings, "createWatcher", 5, {"Creating key ", text}},
+        {keyrings, "createWatcher", 5, {"Creating key ", keyKind}},
         {keyrings, "createWatcher", 5, {"Loading key ", path, " as it was not in the keyring"}},
         // shutdown
         {keyrings, "handleDelete", 5, {""}},
@@ -73,7 +81,7 @@ const std::vector<TraceText>& traceTexts() {
         // keys of the kernel
         {keyrings, "getKey", 5, {number, ", ", ring}},
         {keyrings, "getKey", 1, {"keyctl_describe_alloc: ", cause}},
-        {keyrings, "getKey", 5, {"keyctl_describe_alloc: ", text}},
+        {keyrings, "getKey", 5, {"keyctl_describe_alloc: ", kernelKind}},
         {keyrings, "getKey", 5, {"Key is a keyring, ignoring"}},
         {keyrings, "clearKey", 5, {number, ", ", ring}},
         {keyrings, "unlinkKey", 5, {number, ", ", ring}},
@@ -87,7 +95,7 @@ const std::vector<TraceText>& traceTexts() {
         {keyrings, "loadFile", 5, {"Mapping ", number, " to ", path}},
         {keyrings, "modifyFile", 5, {ring, ", ", path}},
         {keyrings, "removeFile", 5, {ring, ", ", path}},
-        {keyrings, "unmapFileToDescription", 5, {ring, ", ", path, " <-> ", text}},
+        {keyrings, "unmapFileToDescription", 5, {ring, ", ", path, " <-> ", descriptionKind}},
         {keyrings, "unmapFileToDescription", 5, {"Removing the key matching the old file content"}},
         // the directory watch
         {keyrings, "createInotifyWatch", 5, {ring}},
@@ -104,7 +112,7 @@ const std::vector<TraceText>& traceTexts() {
          "handleInotify",
          5,
          {"Received notification for watch ", number, " with mask ", number, ", cookie ", number,
-          ", name (size ", number, ") ", text}},
+          ", name (size ", number, ") ", nameKind}},
         {keyrings, "handleInotify", 5, {"Skipping temporary file"}},
         {keyrings, "handleInotify", 5, {quoted, " was monitored: ", flagKind}},
         {keyrings, "handleInotify", 5, {quoted, " was closed after writing"}},
@@ -138,7 +146,8 @@ const std::vector<TraceText>& traceTexts() {
         {keyrings,
          "handleKeyringWatch",
          5,
-         {"Received notification for keyring: ", number, ", subType: ", text, ", keyId: ", number}},
+         {"Received notification for keyring: ", number, ", subType: ", subtypeKind,
+          ", keyId: ", number}},
         {keyrings, "handleKeyringWatch", 5, {"Ignoring notification"}},
         // the socket for kernel lines
         {syslog, "handleInitialized", 5, {""}},
@@ -219,7 +228,22 @@ bool isOfKind(std::string_view kindOrText, std::string_view value) {
     if (kindOrText == flagKind) {
         return value == "0" || value == "1";
     }
-    return kindOrText == textKind || kindOrText == value;
+    if (kindOrText == keyKind) {
+        return value.starts_with("Vestrel::IntegrityKey( serial=") && value.ends_with(" )");
+    }
+    if (kindOrText == kernelKind) {
+        return std::ranges::count(value, ';') == fieldsAfterType;
+    }
+    if (kindOrText == descriptionKind) {
+        return isDescription(value);
+    }
+    if (kindOrText == nameKind) {
+        return !value.empty() && value.find('/') == std::string_view::npos;
+    }
+    if (kindOrText == subtypeKind) {
+        return value == "linked" || value == "unlinked" || value == "updated";
+    }
+    return kindOrText == value;
 }
 
 std::string textOf(const TraceText& row) {

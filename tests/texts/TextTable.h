@@ -16,7 +16,11 @@ inline constexpr std::string_view fileKind = "%file";       // a path below /etc
 inline constexpr std::string_view quotedKind = "%\"file\""; // the same in double quotes
 inline constexpr std::string_view flagKind = "%flag";       // 0 or 1
 inline constexpr std::string_view constantKind = "%=";      // what follows, from an expression
-inline constexpr std::string_view textKind = "%text";       // whatever another program says
+inline constexpr std::string_view keyKind = "%key";         // a key's record
+inline constexpr std::string_view kernelKind = "%kernel";   // a key as the kernel describes it
+inline constexpr std::string_view descriptionKind = "%description"; // of a certificate's key
+inline constexpr std::string_view nameKind = "%name";               // a file's, without a directory
+inline constexpr std::string_view subtypeKind = "%subtype";         // a notification's, by its name
 
 struct TraceText {
     std::string_view handle;
