@@ -222,7 +222,7 @@ startMeasured() {
 startInterrupted() {
     local stage
     drawSignal
-    draw $startTook
+    draw "$startTook"
     launchAgent stderr
     usleep $((drawn * 1000))
     kill -STOP "$agentProcess" # it gets no further while it is looked at
