@@ -428,7 +428,6 @@ emptyKeyrings() {
             unset "last_${ring#.}_$name"
         done
     done
-    temporariesAreForgotten
     check "the keyrings are empty" [ -z "$(keyringsNow)" ]
 }
 
