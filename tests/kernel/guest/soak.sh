@@ -110,9 +110,30 @@ killedAndRestarted() {
     done
 }
 
+traceRingIsFull() { [ "$(sinceBegin | grep -c '^IntegrityKeyringSm 1 getKey: ')" -ge 1024 ]; }
+
+# The agent keeps its last 1,024 traces, half a megabyte. While that fills, memory grows.
+traceRingFill() {
+    local cycle=0 content number
+    begin
+    while [ $cycle -lt 22 ]; do # fifty traces each: a certificate that becomes a refused one
+        for content in alpha stranger; do
+            for number in $(seq 50); do
+                cat "$trust/$content.der" >"/etc/keys/ima/ring-$number"
+            done
+            await "the agent comes to rest" isAtRest "$agentProcess"
+        done
+        cycle=$((cycle + 1))
+    done
+    rm /etc/keys/ima/ring-*
+    await "the agent comes to rest" isAtRest "$agentProcess"
+    check "the agent's trace ring is full" traceRingIsFull
+}
+
 inOneLife() {
     local first last stepsBefore=$steps samples
     freshStart
+    traceRingFill
     sent=0 comparisons=0 leftAlone=0 leftInBurst=0
     begin
     churn B $((minutes * 3000))
