@@ -95,6 +95,9 @@ void DirectoryDrain::record(const DirectoryEvent& event) {
         KeyringCounters::of(keyringName_).doubtIs(&KeyringCounters::overflows);
     }
     const fs::path path = directory_ / event.name;
+    if ((event.mask & (IN_DELETE | IN_MOVED_FROM)) != 0) {
+        KeyringCounters::of(keyringName_).goneIs(path.native());
+    }
     if (event.name.ends_with(temporarySuffix)) {
         DUOLOG_IN(operation_, 5, "Skipping temporary file");
         return;

@@ -68,6 +68,10 @@ void KeyringCounters::refusalIs(std::string_view file, std::string_view reason) 
 
 void KeyringCounters::loadIs(std::string_view file) {
     ++loads;
+    goneIs(file);
+}
+
+void KeyringCounters::goneIs(std::string_view file) {
     if (const auto known = refused.find(file); known != refused.end()) {
         refused.erase(known);
     }

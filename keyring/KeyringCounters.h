@@ -39,11 +39,13 @@ struct VESTREL_EXPORT KeyringCounters {
     std::int64_t upsets = 0;            // the keyring was cleared, revoked, invalidated or removed
     std::string lastFailureTime;        // universal time; empty before the first failure
     std::string lastFailure;            // what failed, and why
-    Refusals refused;                   // by file, until it is taken or forgotten
+    Refusals refused;                   // by file, until it is taken, gone or forgotten
 
     // A file was not taken.
     void refusalIs(std::string_view file, std::string_view reason);
     void loadIs(std::string_view file);
+    // The directory has no file of this path any more.
+    void goneIs(std::string_view file);
     // Something failed with this error of the system, which errno still has afterwards.
     void failureIs(std::string_view what, int error);
     // What was known may be wrong from now on; adds to the counter and tells the observer.

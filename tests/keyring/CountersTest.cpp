@@ -74,6 +74,23 @@ TEST_F(Counters, RememberARefusedFileUntilItIsTaken) {
     EXPECT_TRUE(ima().refused.empty());
 }
 
+TEST_F(Counters, ForgetARefusedFileThatIsRemovedOrMovedAway) {
+    keys.judgeWith([](auto) { return EBADMSG; });
+    for (const char* const name : {"kept", "removed", "away", "renamed"}) {
+        put(name, name);
+    }
+    dispatch();
+    EXPECT_EQ(ima().refused.size(), 4U);
+    std::filesystem::remove(file("removed"));
+    std::filesystem::rename(file("away"), "/etc/away");
+    std::filesystem::rename(file("renamed"), file("other"));
+    dispatch();
+    EXPECT_EQ(ima().refused, (KeyringCounters::Refusals{{file("kept"), {"Bad message", 1}},
+                                                        {file("other"), {"Bad message", 5}}}));
+    EXPECT_EQ(ima().refusals, 5);
+    std::filesystem::remove("/etc/away");
+}
+
 TEST_F(Counters, NumberRefusalsFromOneOn) {
     EXPECT_EQ(KeyringCounters::Refusal().number, 0);
     ima().refusalIs("/first", "any");
