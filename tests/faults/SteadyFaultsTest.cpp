@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Lets each call of the handlers fail: what is traced, and what the next event finds.
 #include "tests/faults/FaultWorld.h"
+#include "tests/faults/FileCalls.h"
 
 #include <cerrno>
 
@@ -50,6 +51,22 @@ protected:
 private:
     KeyringPicture settled_;
 };
+
+// What goes by the record alone cannot fail by the file.
+TEST_F(SteadyFault, OfTheFileItselfDoesNotTouchItsRemoval) {
+    for (const char* const call : {"open", "stat", "fstat"}) {
+        {
+            const FailingFileCall failure(call, 1, EIO);
+            sm->removeFile(".ima", file("present"));
+            EXPECT_FALSE(FailingFileCall::hasStruck()) << call;
+        }
+        dispatch();
+        EXPECT_EQ(ima(), without("present", present(".ima")));
+        sm->loadFile(".ima", file("present"));
+        dispatch();
+        EXPECT_EQ(ima(), settled());
+    }
+}
 
 TEST_F(SteadyFault, OfReadingTheDirectoryWatchKeepsTheEventsForTheNextTime) {
     for (const int error : severalReadErrors()) {

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace Vestrel::Tests {
 
 namespace {
@@ -162,11 +164,12 @@ TEST_F(DirectoryEventsReal, SkipAFileThatIsGoneWhenItsCloseIsHandled) {
 
 TEST_F(DirectoryEventsReal, ReloadAFileAgainForEachClose) {
     write(file("a"), "one");
+    write(file("x"), "between"); // the kernel makes one event of equal neighbours
     write(file("a"), "two");
     dispatch();
+    EXPECT_EQ(fileOperations(), (Texts{"loadFile a", "loadFile x", "modifyFile a"}));
     EXPECT_EQ(filesOf("two"), Texts{file("a")});
-    EXPECT_EQ(recorded(), keys.keysOf(".ima"));
-    EXPECT_EQ(keys.descriptionsOf(".ima"), Texts{"two"});
+    EXPECT_TRUE(std::ranges::is_permutation(recorded(), keys.keysOf(".ima")));
 }
 
 TEST_F(DirectoryEventsReal, EndWithTheDirectory) {

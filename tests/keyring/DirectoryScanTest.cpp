@@ -178,6 +178,16 @@ TEST_F(DirectoryScan, ProcessesASymbolicLinkToACertificateUnderTheLinksName) {
     fs::remove_all("/etc/elsewhere");
 }
 
+TEST_F(DirectoryScan, ReadsADirectoryThatASymbolicLinkLeadsTo) {
+    put("a", "first");
+    fs::rename(directory(), "/etc/elsewhere");
+    fs::create_directory_symlink("/etc/elsewhere", directory());
+    start(true);
+    expectMapped(file("a"), "first");
+    EXPECT_EQ(keys.descriptionsOf(".ima"), std::vector<std::string>{described("first")});
+    fs::remove_all("/etc/elsewhere");
+}
+
 TEST_F(DirectoryScan, ProcessesPem) {
     write(file("a.pem"), toPem(certificate("first")));
     start(true);
@@ -219,6 +229,10 @@ TEST_F(DirectoryScan, EndsSilentlyWhereTheDirectoryIsALinkToItself) {
     fs::remove(directory());
     fs::create_symlink("ima", directory());
     start(true);
+    EXPECT_EQ(traces(1), TraceLines{std::string("1 createInotifyWatch: inotify_add_watch: ") +
+                                    std::strerror(ELOOP)})
+        << "which is the watch's own trace";
+    EXPECT_TRUE(messages.empty());
     EXPECT_TRUE(keyColl()->fileToDescription().empty());
     EXPECT_EQ(sm->watcherInfos().size(), 4U);
 }

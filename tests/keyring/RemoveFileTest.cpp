@@ -54,7 +54,7 @@ TEST_F(RemoveFile, UnlinksNothingBeforeTheKeyIsOnRecord) {
     EXPECT_EQ(mappedFiles(), 0U);
 }
 
-TEST_F(RemoveFile, DoesNotLookAtTheDisk) {
+TEST_F(RemoveFile, LeavesTheFileAlone) {
     load("a", "one");
     sm->removeFile(".ima", file("a"));
     EXPECT_EQ(calls.calls(), Texts{});

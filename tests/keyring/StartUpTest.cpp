@@ -73,10 +73,18 @@ TEST_F(StartUp, TracesItselfBeforeItMakesAnything) {
     EXPECT_TRUE(alive().contains(IntegrityKeyLoader::pelbinName));
 }
 
-TEST_F(StartUp, SwitchesTheActivityManagerToEpoll) {
-    Zell::ActivityFacility::activityManagerConfig().useEpollIs(false);
+TEST_F(StartUp, SwitchesTheActivityManagerToEpollBeforeTheFirstKeyring) {
+    auto& config = Zell::ActivityFacility::activityManagerConfig();
+    config.useEpollIs(false);
+    bool usesEpoll = false;
+    onTrace = [&](const std::string& line) {
+        if (line == "5 createWatcher: .ima") {
+            usesEpoll = config.useEpoll();
+        }
+    };
     start();
-    EXPECT_TRUE(Zell::ActivityFacility::activityManagerConfig().useEpoll());
+    onTrace = nullptr;
+    EXPECT_TRUE(usesEpoll);
 }
 
 TEST_F(StartUp, MakesTheKeyLoader) {

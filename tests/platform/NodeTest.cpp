@@ -11,6 +11,7 @@
 #include <thread>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 namespace Vestrel::Tests {
 
@@ -38,6 +39,17 @@ public:
     void lastUserGone() noexcept override { ++lastUsersGone; }
 
     int lastUsersGone = 0;
+};
+
+// Notes what its zombie flag is set to.
+class ZombieNote : public Orvo::Node {
+public:
+    void zellDoZombieReactors(bool value) override {
+        values.push_back(value);
+        Node::zellDoZombieReactors(value);
+    }
+
+    std::vector<bool> values;
 };
 
 TEST(Node, StartsWithACountOfOneThatAdoptTakesOver) {
@@ -132,6 +144,16 @@ TEST(Node, LeavesTheZombieFlagAsItWasWhenNotificationsChange) {
     node->zellDoZombieReactors(true);
     node->hasNotificationActiveIs(false);
     EXPECT_TRUE(node->zombieReactors());
+}
+
+TEST(Node, SetsTheZombieFlagAndSetsItBackOnlyWhenNotificationsChange) {
+    const auto node = Orvo::makeNode<ZombieNote>();
+    node->hasNotificationActiveIs(false);
+    EXPECT_EQ(node->values, std::vector<bool>{});
+    node->hasNotificationActiveIs(true);
+    EXPECT_EQ(node->values, (std::vector<bool>{true, false}));
+    node->hasNotificationActiveIs(true);
+    EXPECT_EQ(node->values.size(), 2U);
 }
 
 TEST(Node, RunsReactorsOfALivingNodeByItsNotificationFlagOnly) {
