@@ -3,8 +3,8 @@
 #include "diagnosis/SignatureCheck.h"
 
 #include "keymodel/CertificateDescription.h"
+#include "keymodel/ErrorQueueGuard.h"
 
-#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/x509.h>
@@ -59,17 +59,6 @@ constexpr std::array knownKeys{
     KnownKey{onCurve, "1.2.840.10045.3.1.1", "ecdsa-nist-p192"},
     KnownKey{onCurve, "1.2.840.10045.3.1.7", "ecdsa-nist-p256"},
     KnownKey{onCurve, "1.3.132.0.34", "ecdsa-nist-p384"},
-};
-
-// Takes back what OpenSSL queues as errors while it lives.
-class ErrorQueueGuard {
-public:
-    ErrorQueueGuard() { ERR_set_mark(); }
-
-    ~ErrorQueueGuard() { ERR_pop_to_mark(); }
-
-    ErrorQueueGuard(const ErrorQueueGuard&) = delete;
-    ErrorQueueGuard& operator=(const ErrorQueueGuard&) = delete;
 };
 
 template <auto release>

@@ -2,11 +2,11 @@
 // Bounded reading of certificate files, and the way from PEM to DER.
 #include "keymodel/CertificateFile.h"
 
+#include "keymodel/ErrorQueueGuard.h"
 #include "platform/zell/OwnedFd.h"
 
 #include <openssl/bio.h>
 #include <openssl/crypto.h>
-#include <openssl/err.h>
 #include <openssl/pem.h>
 
 #include <fcntl.h>
@@ -39,17 +39,6 @@ struct OpensslDeleter {
 
 template <typename T>
 using OpensslMemory = std::unique_ptr<T, OpensslDeleter>;
-
-// Takes back what OpenSSL queues as errors while it lives.
-class ErrorQueueGuard {
-public:
-    ErrorQueueGuard() { ERR_set_mark(); }
-
-    ~ErrorQueueGuard() { ERR_pop_to_mark(); }
-
-    ErrorQueueGuard(const ErrorQueueGuard&) = delete;
-    ErrorQueueGuard& operator=(const ErrorQueueGuard&) = delete;
-};
 
 bool looksLikeDer(const Bytes& content) {
     return content.size() >= 2 && content[0] == 0x30 && (content[1] & 0x80U) != 0;
