@@ -102,11 +102,14 @@ TEST_P(Allocation, ThatFailsLeavesTheKeyringFactoryAsAnExceptionWithNothingLeftB
 }
 
 TEST_P(Allocation, ThatFailsLeavesTheSyslogFactoryAsAnExceptionWithNothingLeftBehind) {
-    strikeEach([] { return integritySyslogSmFactory(); },
-               [&] {
-                   EXPECT_FALSE(std::filesystem::exists(IntegritySyslogSm::socketPath));
-                   clear();
-               });
+    strikeEach(
+        [] { return integritySyslogSmFactory(); },
+        [&] {
+            EXPECT_FALSE(std::filesystem::exists(IntegritySyslogSm::socketPath));
+            EXPECT_TRUE(!calls.callsOf({"bind"}).empty() || calls.callsOf({"unlink"}).empty())
+                << "a file that another made is left alone";
+            clear();
+        });
 }
 
 class KernelText : public CertificateDirectories {

@@ -91,6 +91,22 @@ TEST_F(Counters, ForgetARefusedFileThatIsRemovedOrMovedAway) {
     std::filesystem::remove("/etc/away");
 }
 
+TEST_F(Counters, RememberARefusedFileUntilItsRemovalIsTold) {
+    keys.judgeWith([](auto) { return EBADMSG; });
+    put("file", "text");
+    dispatch();
+    write(file("file"), "again");
+    std::filesystem::remove(file("file"));
+    calls.feedRead(
+        sm->watcherInfos(".ima").inotifyFd,
+        inotifyBytes({.mask = IN_CLOSE_WRITE, .name = "file"})); // of which the removal comes later
+    calls.feedReadError(sm->watcherInfos(".ima").inotifyFd, EAGAIN);
+    sm->handleInotify(".ima");
+    EXPECT_EQ(ima().refused, (KeyringCounters::Refusals{{file("file"), {"Bad message", 1}}}));
+    dispatch();
+    EXPECT_TRUE(ima().refused.empty());
+}
+
 TEST_F(Counters, NumberRefusalsFromOneOn) {
     EXPECT_EQ(KeyringCounters::Refusal().number, 0);
     ima().refusalIs("/first", "any");

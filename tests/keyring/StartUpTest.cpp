@@ -151,7 +151,12 @@ TEST_F(StartUp, LoadsAFileThatIsRenamedIntoPlace) {
 }
 
 TEST_F(StartUp, IsRefusedWithoutACollection) {
-    EXPECT_THROW(integrityKeyringSmFactory(nullptr), Zell::NullArgumentError);
+    try {
+        integrityKeyringSmFactory(nullptr);
+        ADD_FAILURE() << "made without a collection";
+    } catch (const Zell::NullArgumentError& error) {
+        EXPECT_STREQ(error.what(), "Vestrel::IntegrityKeyringSm needs a collection");
+    }
     EXPECT_EQ(traces(), TraceLines{}) << "nothing was begun";
 }
 

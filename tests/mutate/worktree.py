@@ -44,6 +44,7 @@ TESTS = {
         "syslog/vestrel-appraisal-test",
         "syslog/vestrel-syslog-test",
         "texts/vestrel-texts-test",
+        "faults/vestrel-allocation-test",
     ],
 }
 # They read the sources as text or the symbols of the library, of which the copy has more than there
